@@ -1,0 +1,104 @@
+// The only place that reads or changes process and file-system IDs.
+#include "caller.hpp"
+
+#include <fcntl.h>
+#include <sys/fsuid.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace {
+
+Caller& recorded() {
+    static Caller c;
+    return c;
+}
+
+}  // namespace
+
+void caller_record() {
+    Caller& c = recorded();
+    c.uid = getuid();
+    c.gid = getgid();
+    int n = getgroups(0, nullptr);
+    if (n > 0) {
+        c.groups.resize(static_cast<std::size_t>(n));
+        n = getgroups(n, c.groups.data());
+        c.groups.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+    }
+}
+
+void caller_become_root() {
+    // Without the set-user-ID bit these fail and the process stays the caller's; every privileged
+    // step then fails on its own with its own message.
+    if (setresgid(0, 0, 0) != 0 || setresuid(0, 0, 0) != 0) {
+        return;
+    }
+}
+
+const Caller& caller() { return recorded(); }
+
+bool caller_allowed(CallerRule rule) {
+    const uid_t uid = caller().uid;
+    switch (rule) {
+        case CallerRule::anyone:
+            return true;
+        case CallerRule::root_only:
+            return uid == ids::root;
+        case CallerRule::root_or_app:
+            return uid == ids::root || uid == ids::app_user;
+    }
+    return false;
+}
+
+ExitStatus caller_check(CallerRule rule) {
+    if (caller_allowed(rule)) {
+        return ST_OK;
+    }
+    std::puts("Access denied.");
+    return ST_ACCESS_DENIED;
+}
+
+int not_implemented(CallerRule rule) {
+    if (ExitStatus st = caller_check(rule); st != ST_OK) {
+        return st;
+    }
+    std::puts("FATAL: Not implemented.");
+    return ST_FAILURE;
+}
+
+// The supplementary groups stay the caller's for the whole run: they do not widen root's rights,
+// and with the caller's file-system IDs they give the caller's own groups their access.
+AsCaller::AsCaller() {
+    const Caller& c = caller();
+    (void)setfsgid(c.gid);
+    (void)setfsuid(c.uid);
+}
+
+AsCaller::~AsCaller() {
+    int saved = errno;
+    (void)setfsuid(0);
+    (void)setfsgid(0);
+    errno = saved;
+}
+
+UniqueFd caller_open(const char* path, int flags) {
+    AsCaller as;
+    return UniqueFd(::open(path, flags | O_CLOEXEC));
+}
+
+int caller_lstat(const char* path, struct stat* st) {
+    AsCaller as;
+    return ::lstat(path, st);
+}
+
+bool caller_access(const char* path, int mode) {
+    AsCaller as;
+    return ::faccessat(AT_FDCWD, path, mode, AT_EACCESS) == 0;
+}
+
+int caller_unlink(const char* path) {
+    AsCaller as;
+    return ::unlink(path);
+}

@@ -1,0 +1,61 @@
+// The caller recorded at start (D1), the switch to root, and file access with the caller's rights
+// (D2, D3).
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <vector>
+
+#include "fd.hpp"
+#include "status.hpp"
+
+namespace ids {
+inline constexpr uid_t root = 0;
+inline constexpr uid_t app_user = 500;
+inline constexpr gid_t app_group = 500;
+inline constexpr const char* app_user_name = "main-user";
+}  // namespace ids
+
+struct Caller {
+    uid_t uid = 0;
+    gid_t gid = 0;
+    std::vector<gid_t> groups;
+};
+
+// Records the real user, group and supplementary groups; must run before anything changes them.
+void caller_record();
+
+// Makes real, effective and saved IDs root, so the caller can no longer signal the process and
+// every tool it starts runs as root.
+void caller_become_root();
+
+[[nodiscard]] const Caller& caller();
+
+// Who may run a command, judged on the recorded caller.
+enum class CallerRule { anyone, root_only, root_or_app };
+
+[[nodiscard]] bool caller_allowed(CallerRule rule);
+
+// Prints "Access denied." and returns ST_ACCESS_DENIED when the recorded caller may not run the
+// command.
+[[nodiscard]] ExitStatus caller_check(CallerRule rule);
+
+// Temporary handler body for commands not built yet: their caller rule already holds, then
+// "FATAL: Not implemented." and 9.
+[[nodiscard]] int not_implemented(CallerRule rule);
+
+// While alive, the file-system identity is the caller's: the kernel judges opens, lstat, access and
+// unlink as if the caller made them. A root caller keeps every right.
+class AsCaller {
+public:
+    AsCaller();
+    ~AsCaller();
+    AsCaller(const AsCaller&) = delete;
+    AsCaller& operator=(const AsCaller&) = delete;
+};
+
+[[nodiscard]] UniqueFd caller_open(const char* path, int flags);
+[[nodiscard]] int caller_lstat(const char* path, struct stat* st);
+[[nodiscard]] bool caller_access(const char* path, int mode);
+[[nodiscard]] int caller_unlink(const char* path);

@@ -1,0 +1,11 @@
+// Whole reads and writes on descriptors, retried across partial transfers and interruptions.
+#pragma once
+
+#include <cstddef>
+
+inline constexpr std::size_t io_block = 4096;
+
+// Bytes read: fewer than count only at end of file or on an error.
+[[nodiscard]] std::size_t read_full(int fd, void* buf, std::size_t count);
+// Bytes written: fewer than count only on an error.
+[[nodiscard]] std::size_t write_full(int fd, const void* buf, std::size_t count);

@@ -1,0 +1,47 @@
+// Every fixed path, tool and device of the terminal; nothing moves them (D14).
+#pragma once
+
+namespace paths {
+
+// Application file system and its areas.
+inline constexpr const char* osfs_device = "/dev/mtdblock12";
+inline constexpr const char* osfs_type = "jffs2";
+inline constexpr const char* usr_local = "/usr/local/";
+inline constexpr const char* shared_area = "/usr/local/share/";
+inline constexpr const char* cert_store = "/usr/local/share/certs/";
+inline constexpr const char* prod_sign_cert = "/usr/local/share/certs/prod-sign.crt";
+inline constexpr const char* keysign_main_user_cert = "/usr/local/share/certs/keysign-main-user.crt";
+
+// Trust anchors and system certificates.
+inline constexpr const char* ssl_dir = "/usr/ssl/";
+inline constexpr const char* ssl_bundle_name = "cert.pem";
+inline constexpr const char* anchor_bundle = "/usr/ssl/cert.pem";
+inline constexpr const char* anchor_os = "/usr/ssl/OS.4-1-1.FSL.X509.crt";
+inline constexpr const char* anchor_rki = "/usr/ssl/Orvin-RKI-CA.crt";
+
+// The program's own state.
+inline constexpr const char* state_dir = "/home/orvin/.sapi";
+inline constexpr const char* home_prefix = "/home/";
+
+// Platform tools.
+inline constexpr const char* tool_adduser = "/bin/adduser";
+inline constexpr const char* tool_passwd = "/usr/bin/passwd";
+inline constexpr const char* tool_deluser = "/bin/deluser";
+inline constexpr const char* tool_reboot = "/sbin/reboot";
+inline constexpr const char* tool_nandwrite = "/usr/bin/nandwrite";
+inline constexpr const char* tool_mtd_debug = "/usr/bin/mtd_debug";
+inline constexpr const char* tool_mount = "/bin/mount";
+inline constexpr const char* tool_umount = "/bin/umount";
+inline constexpr const char* tool_fsck = "/sbin/fsck.vfat";
+inline constexpr const char* tool_nvram = "/usr/sbin/nvram";
+
+// Kernel and platform files.
+inline constexpr const char* inittab = "/etc/inittab";
+inline constexpr const char* mtd_table = "/proc/mtd";
+inline constexpr const char* ids_task_init = "/sys/kernel/security/ids/task_init";
+inline constexpr const char* dev_null = "/dev/null";
+
+// The environment every child and shell gets (D5).
+inline constexpr const char* child_path = "/usr/sbin:/usr/bin:/sbin:/bin";
+
+}  // namespace paths

@@ -1,0 +1,51 @@
+// Small state and helpers every subsystem shares.
+#include "shared.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "paths.hpp"
+
+int orvin_rki_ca = 0;
+
+int get_mode() {
+    static constexpr const char* serial_getty = "::respawn:/sbin/getty -L ttymxc1 115200 vt100\n";
+    std::unique_ptr<FILE, decltype(&std::fclose)> f(std::fopen(paths::inittab, "re"), &std::fclose);
+    if (!f) {
+        std::puts("Failed to open inittab.");
+        return 9;
+    }
+    char* line = nullptr;
+    std::size_t cap = 0;
+    ssize_t len;
+    int mode = 2;
+    while ((len = getline(&line, &cap, f.get())) >= 0) {
+        if (static_cast<std::size_t>(len) == std::strlen(serial_getty) &&
+            std::memcmp(line, serial_getty, static_cast<std::size_t>(len)) == 0) {
+            mode = 1;
+            break;
+        }
+    }
+    std::free(line);
+    return mode;
+}
+
+std::string base_name(const std::string& path) {
+    auto pos = path.rfind('/');
+    return pos == std::string::npos ? path : path.substr(pos + 1);
+}
+
+std::string dir_part(const std::string& path) {
+    auto pos = path.rfind('/');
+    return pos == std::string::npos ? std::string() : path.substr(0, pos + 1);
+}
+
+std::string cut_at_slash(std::string cn) {
+    auto pos = cn.find('/');
+    if (pos != std::string::npos) {
+        cn.resize(pos);
+    }
+    return cn;
+}

@@ -1,0 +1,48 @@
+// orvin-auth: the one privileged gate through which software, certificates and keys reach the
+// terminal.
+#include <syslog.h>
+
+#include <cstdio>
+#include <new>
+
+#include "base/caller.hpp"
+#include "base/status.hpp"
+#include "front/commands.hpp"
+#include "front/consistency.hpp"
+#include "front/process.hpp"
+
+namespace {
+
+constexpr const char* program_name = "orvin-auth";
+
+int run(int argc, char** argv) {
+    openlog(program_name, 0, LOG_LOCAL0);
+    std::puts("\nOrvin Authentication and Installation Tool.");
+    if (int st = consistency_check(); st != ST_OK) {
+        return st;
+    }
+    if (const CommandEntry* row = find_command(argc, argv)) {
+        return row->handler(argc, argv);
+    }
+    // An empty program name is what the kernel makes of an empty argument vector (D4).
+    print_usage(argv[0][0] != '\0' ? argv[0] : program_name);
+    return ST_BAD_ARGUMENT;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    caller_record();
+    caller_become_root();
+    process_harden();
+    if (argc == 0 || argv[0] == nullptr) {
+        print_usage(program_name);
+        return ST_BAD_ARGUMENT;
+    }
+    try {
+        return run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        std::puts("FATAL: Out of memory.");
+        return ST_FAILURE;
+    }
+}

@@ -1,0 +1,23 @@
+// Finding MTD partitions by name and writing images into them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+// One partition as "/proc/mtd" lists it: the device path and the length argument of the flash
+// tools ("0x" + at most 8 characters of the size field + "\n").
+struct MtdPartition {
+    std::string device;
+    std::string length_arg;
+};
+
+// Pure lookup over the table's text: the first line that contains the fragment and a ":", with a
+// device name of at most 5 characters. Exposed for unit tests.
+[[nodiscard]] std::optional<MtdPartition> mtd_find(std::string_view table, std::string_view fragment);
+
+// 0 with device = "/dev/<name>", or 9 after printing the reason.
+[[nodiscard]] int get_mtd(const char* fragment, std::string& device);
+
+// Erases the partition and writes the image into it; a failed erase stops the write (D9).
+[[nodiscard]] int sys_nandwrite(const char* fragment, const char* image);

@@ -1,0 +1,26 @@
+// Remounting the application file system writable for the moment of a change.
+#pragma once
+
+// 0 when "/usr/local/" is now writable; nonzero otherwise. Prints nothing.
+[[nodiscard]] int sys_unlock_osfs();
+// Back to read-only; the result is ignored by design.
+void sys_lock_osfs();
+
+// Unlocks on construction and, if that worked, locks again on destruction, so no path out of a
+// change can forget the lock.
+class OsfsWritable {
+public:
+    OsfsWritable() : ok_(sys_unlock_osfs() == 0) {}
+    ~OsfsWritable() {
+        if (ok_) {
+            sys_lock_osfs();
+        }
+    }
+    OsfsWritable(const OsfsWritable&) = delete;
+    OsfsWritable& operator=(const OsfsWritable&) = delete;
+
+    [[nodiscard]] bool ok() const { return ok_; }
+
+private:
+    bool ok_;
+};

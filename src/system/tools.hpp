@@ -1,0 +1,35 @@
+// Running the platform's tools as children, and the wrappers over them.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// What a failed fork means for the caller of a tool.
+enum class ForkFailure { return_failure, end_program };
+
+// Forks, execv's the absolute path with argv (no trailing null needed) and waits. 0 only for a
+// wait status of 0, else 9. The child inherits only descriptors 0 to 2 and the fixed environment
+// (D5), and runs as root (D1).
+[[nodiscard]] int sys_run_tool(const char* path, const std::vector<const char*>& argv,
+                               ForkFailure on_fork_failure);
+
+[[nodiscard]] int sys_adduser(const char* user);
+[[nodiscard]] int sys_passwd(const char* option, const char* user);
+void sys_reboot();
+[[nodiscard]] int sys_mount(const char* type, const char* options, const char* device,
+                            const char* mount_point);
+[[nodiscard]] int sys_umount(const char* mount_point, const char* option);
+// option may be null: the vector then has no option.
+[[nodiscard]] int sys_fsck(const char* image, const char* option);
+[[nodiscard]] int sys_nvram_set(const char* key, const char* value);
+[[nodiscard]] int sys_nvram_commit();
+// Runs "/usr/sbin/nvram get KEY" directly (D5) and gives the first line it printed, line end
+// included, or nothing when it printed none. 9 when the tool cannot be started, else 0.
+[[nodiscard]] int sys_nvram_get(const char* key, std::optional<std::string>& first_line);
+[[nodiscard]] int sys_chown(const char* path, uid_t uid, gid_t gid);
+[[nodiscard]] int sys_chmod(const char* path, mode_t mode);
+// dir is a sysfs LED directory without a trailing "/".
+[[nodiscard]] int set_led_permissions(const char* dir);

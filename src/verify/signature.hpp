@@ -1,0 +1,52 @@
+// Verifying a file's detached signature against the terminal's trusted signer certificates.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "base/ossl.hpp"
+#include "base/status.hpp"
+
+inline constexpr std::size_t signature_size = 256;
+inline constexpr std::size_t sha256_size = 32;
+
+using Signature = std::array<std::uint8_t, signature_size>;
+using Digest = std::array<std::uint8_t, sha256_size>;
+
+// The outcome of a verification: the signer's role is only present when status is ST_OK.
+struct SignerResult {
+    ExitStatus status = ST_FAILURE;
+    std::string cn;
+
+    [[nodiscard]] bool verified() const { return status == ST_OK; }
+};
+
+// Checks path + ".sig" against path. ST_OK with the signer's common name, 7 for no trusted signer,
+// 9 for anything else. Both files are read with the caller's rights (D3).
+[[nodiscard]] SignerResult sig_verify(const char* path);
+
+// As sig_verify, after "Invalid file: %s\n" and 1 for a path that does not exist.
+[[nodiscard]] SignerResult file_verify(const char* path);
+
+// As sig_verify, for callers that only need the verdict.
+[[nodiscard]] ExitStatus file_sig_verify(const char* path);
+
+// A streaming SHA-256, for callers that digest bytes while they copy them (D6).
+class Sha256 {
+public:
+    Sha256();
+
+    // false after an OpenSSL failure; "FATAL: OpenSSL failure." is the caller's to print.
+    [[nodiscard]] bool ok() const { return ok_; }
+    void update(const void* data, std::size_t len);
+    [[nodiscard]] bool final(Digest& out);
+
+private:
+    EvpMdCtxPtr ctx_;
+    bool ok_;
+};
+
+// The pieces, for callers that verify bytes they copied themselves (D6).
+[[nodiscard]] ExitStatus sig_read(const std::string& sig_path, Signature& sig);
+[[nodiscard]] SignerResult sig_find_signer(const Digest& digest, const Signature& sig);
