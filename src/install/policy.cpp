@@ -133,7 +133,7 @@ int cmd_file_install_check(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-ExitStatus file_access_verify(const char* path, int& is_cert) {
+ExitStatus file_access_verify(const char* path, int& is_cert, std::string& resolved) {
     if (!caller_access(path, F_OK)) {
         std::printf("Invalid file: %s\n", path);
         return ST_BAD_ARGUMENT;
@@ -155,6 +155,7 @@ ExitStatus file_access_verify(const char* path, int& is_cert) {
     }
     const gid_t gid = caller().gid;
     if (gid == 0 || (st.st_uid == 0 && st.st_gid == gid)) {
+        resolved = *real;
         return ST_OK;
     }
     std::printf("Access denied: %s.\n", real->c_str());

@@ -12,8 +12,8 @@ struct MtdPartition {
     std::string length_arg;
 };
 
-// Pure lookup over the table's text: the first line that contains the fragment and a ":", with a
-// device name of at most 5 characters. Exposed for unit tests.
+// Pure lookup over the table's text: the first line that contains the fragment and a ":" decides;
+// nothing when there is none or its device name has more than 5 characters. Exposed for unit tests.
 [[nodiscard]] std::optional<MtdPartition> mtd_find(std::string_view table, std::string_view fragment);
 
 // 0 with device = "/dev/<name>", or 9 after printing the reason.

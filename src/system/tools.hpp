@@ -27,7 +27,8 @@ void sys_reboot();
 [[nodiscard]] int sys_nvram_set(const char* key, const char* value);
 [[nodiscard]] int sys_nvram_commit();
 // Runs "/usr/sbin/nvram get KEY" directly (D5) and gives the first line it printed, line end
-// included, or nothing when it printed none. 9 when the tool cannot be started, else 0.
+// included, or nothing when it printed none. 9 when no pipe or child process could be made, else 0;
+// a tool that cannot be executed prints nothing, as it would through a shell.
 [[nodiscard]] int sys_nvram_get(const char* key, std::optional<std::string>& first_line);
 [[nodiscard]] int sys_chown(const char* path, uid_t uid, gid_t gid);
 [[nodiscard]] int sys_chmod(const char* path, mode_t mode);

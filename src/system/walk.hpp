@@ -5,9 +5,11 @@
 
 #include <functional>
 
-// Walks root like ftw with at most 10 descriptors open, following symbolic links, and calls step
-// for every entry with the ftw type (FTW_F, FTW_D, FTW_DNR, FTW_NS, FTW_SL ...). Returns 0 when
-// the whole tree was walked, nonzero when a step returned nonzero or the walk itself failed.
+// Walks root like ftw with at most 10 descriptors open, following symbolic links (a link to a file
+// is reported as FTW_F under its own path, a link to a directory is walked into, a link that leads
+// nowhere is FTW_SLN), and calls step for every entry, a directory before its contents. Returns 0
+// when the whole tree was walked, nonzero when a step returned nonzero (the walk stops there) or
+// the walk itself failed. An exception from step ends the walk and is rethrown.
 [[nodiscard]] int walk_tree(const char* root,
                             const std::function<int(const char* path, const struct stat* st,
                                                     int type)>& step);

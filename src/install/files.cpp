@@ -1,0 +1,311 @@
+// Installing, removing and renaming signed files on the application file system.
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/caller.hpp"
+#include "base/fd.hpp"
+#include "base/io.hpp"
+#include "base/shared.hpp"
+#include "install/handlers.hpp"
+#include "install/policy.hpp"
+#include "system/osfs.hpp"
+#include "verify/delete.hpp"
+#include "verify/signature.hpp"
+
+namespace {
+
+constexpr mode_t installed_sig_mode = 0740;
+constexpr mode_t installed_data_add = 0755;
+constexpr mode_t created_dir_mode = 0555;
+
+// Who the installed pair belongs to: root, and for the application user's signer its group, so
+// the application can manage its own files.
+struct Ownership {
+    bool app_group = false;
+    gid_t gid = 0;
+};
+
+// A file being written under a temporary name beside its final place (D8): readers never see it
+// half written, and a failure removes it.
+class StagedFile {
+public:
+    explicit StagedFile(const std::string& final_path) : template_(final_path + ".XXXXXX") {
+        fd_.reset(mkostemp(template_.data(), O_CLOEXEC));
+    }
+    ~StagedFile() {
+        if (fd_) {
+            unlink(template_.c_str());
+        }
+    }
+    StagedFile(const StagedFile&) = delete;
+    StagedFile& operator=(const StagedFile&) = delete;
+
+    [[nodiscard]] int fd() const { return fd_.get(); }
+    [[nodiscard]] bool valid() const { return fd_.valid(); }
+
+    [[nodiscard]] bool publish(const std::string& final_path) {
+        if (rename(template_.c_str(), final_path.c_str()) != 0) {
+            return false;
+        }
+        fd_.reset();
+        return true;
+    }
+
+private:
+    std::string template_;
+    UniqueFd fd_;
+};
+
+// Copies exactly size bytes of the source, opened with the caller's rights (D3), into out,
+// digesting what was written so it can be checked against the signature afterwards (D6).
+ExitStatus copy_into(const char* source, const std::string& dest, const StagedFile& out,
+                     Digest* digest) {
+    struct stat st {};
+    if (caller_lstat(source, &st) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
+        return ST_FAILURE;
+    }
+    UniqueFd in = caller_open(source, O_RDONLY | O_NONBLOCK);
+    if (!in) {
+        std::puts("FATAL: Failed to open input file.");
+        return ST_FAILURE;
+    }
+    if (!out.valid()) {
+        std::printf("FATAL: Failed to create output file: %s\n", dest.c_str());
+        return ST_FAILURE;
+    }
+    Sha256 sha;
+    std::vector<char> block(io_block);
+    auto remaining = static_cast<std::uint64_t>(st.st_size);
+    while (remaining > 0) {
+        std::size_t want = remaining < block.size() ? remaining : block.size();
+        if (read_full(in.get(), block.data(), want) != want) {
+            std::puts("FATAL: Failed to read a data block.");
+            return ST_FAILURE;
+        }
+        if (write_full(out.fd(), block.data(), want) != want) {
+            std::puts("FATAL: Failed to write a data block.");
+            return ST_FAILURE;
+        }
+        sha.update(block.data(), want);
+        remaining -= want;
+    }
+    if (digest != nullptr && !sha.final(*digest)) {
+        std::puts("FATAL: OpenSSL failure.");
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+ExitStatus set_owner_and_mode(const StagedFile& f, const Ownership& owner, mode_t mode) {
+    if (owner.app_group && fchown(f.fd(), 0, owner.gid) != 0) {
+        std::puts("Failed to set user and group ID's.");
+        return ST_FAILURE;
+    }
+    if (fchmod(f.fd(), mode) != 0) {
+        std::printf("FATAL: Internal filesystem call failed.");
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+// The bytes now staged must carry a valid signature by the same signer that was accepted (D6).
+ExitStatus recheck_staged(const Digest& digest, const std::string& installed_sig,
+                          const std::string& cn) {
+    Signature sig{};
+    UniqueFd fd(open(installed_sig.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!fd || read_full(fd.get(), sig.data(), sig.size()) != sig.size()) {
+        std::printf("Failed to read the signature file: %s\n", installed_sig.c_str());
+        return ST_FAILURE;
+    }
+    SignerResult signer = sig_find_signer(digest, sig);
+    if (!signer.verified()) {
+        return signer.status;
+    }
+    if (signer.cn != cn) {
+        std::puts("Signature check failed.");
+        return ST_BAD_SIGNATURE;
+    }
+    return ST_OK;
+}
+
+// The deepest existing entry on the way to full, and the components below it.
+std::optional<std::pair<std::string, std::string>> split_existing(const std::string& full) {
+    std::string existing = full;
+    struct stat st {};
+    for (;;) {
+        auto pos = existing.rfind('/');
+        if (pos == std::string::npos) {
+            return std::nullopt;
+        }
+        existing.resize(pos);
+        if (lstat(existing.empty() ? "/" : existing.c_str(), &st) == 0) {
+            return std::make_pair(existing, full.substr(pos + 1));
+        }
+    }
+}
+
+bool create_directories(std::string existing, const std::string& remainder) {
+    std::size_t start = 0;
+    for (std::size_t end; (end = remainder.find('/', start)) != std::string::npos; start = end + 1) {
+        existing += "/" + remainder.substr(start, end - start);
+        if (mkdir(existing.c_str(), created_dir_mode) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+ExitStatus file_install(const char* source, const char* dest, const std::string& cn) {
+    const std::string d(dest);
+    if (d.find('/') == std::string::npos) {
+        return ST_BAD_PATH;
+    }
+    const std::string full = install_full_path(source, d);
+    auto parts = split_existing(full);
+    if (!parts) {
+        return ST_FAILURE;
+    }
+    const std::string source_sig = std::string(source) + ".sig";
+    const std::string full_sig = full + ".sig";
+
+    Ownership owner;
+    if (cn == ids::app_user_name) {
+        const passwd* pw = getpwnam(ids::app_user_name);
+        if (pw == nullptr) {
+            std::printf("FATAL: Failed to obtain user information.");
+            return ST_FAILURE;
+        }
+        owner = {true, pw->pw_gid};
+    }
+    struct stat src {};
+    if (caller_lstat(source, &src) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
+        return ST_FAILURE;
+    }
+
+    OsfsWritable writable;
+    if (!writable.ok()) {
+        std::printf("FATAL: Internal filesystem call failed.");
+        return ST_FAILURE;
+    }
+    if (!create_directories(parts->first, parts->second)) {
+        return ST_FAILURE;
+    }
+
+    // The signature goes first, so a data file never exists without one.
+    StagedFile sig_file(full_sig);
+    if (ExitStatus st = copy_into(source_sig.c_str(), full_sig, sig_file, nullptr); st != ST_OK) {
+        return st;
+    }
+    if (ExitStatus st = set_owner_and_mode(sig_file, owner, installed_sig_mode); st != ST_OK) {
+        return st;
+    }
+    if (!sig_file.publish(full_sig)) {
+        std::printf("FATAL: Internal filesystem call failed.");
+        return ST_FAILURE;
+    }
+    std::printf("Signature installed: %s\n", full_sig.c_str());
+
+    StagedFile data_file(full);
+    Digest digest{};
+    ExitStatus st = copy_into(source, full, data_file, &digest);
+    if (st == ST_OK) {
+        st = set_owner_and_mode(data_file, owner, (src.st_mode & 07777) | installed_data_add);
+    }
+    if (st == ST_OK) {
+        st = recheck_staged(digest, full_sig, cn);
+    }
+    if (st == ST_OK && !data_file.publish(full)) {
+        std::printf("FATAL: Internal filesystem call failed.");
+        st = ST_FAILURE;
+    }
+    if (st != ST_OK) {
+        unlink(full_sig.c_str());
+        return st;
+    }
+    std::printf("Data file installed: %s\n", full.c_str());
+    return ST_OK;
+}
+
+int cmd_file_install(int /*argc*/, char** argv) {
+    SignerResult signer = file_verify(argv[2]);
+    if (signer.status == ST_BAD_SIGNATURE) {
+        (void)file_sig_unlink(argv[2]);
+        return ST_BAD_SIGNATURE;
+    }
+    if (!signer.verified()) {
+        return signer.status;
+    }
+    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer.cn); st != ST_OK) {
+        return st;
+    }
+    if (ExitStatus st = file_install(argv[2], argv[3], signer.cn); st != ST_OK) {
+        // Bytes that changed under us after the check are as good as badly signed (D6).
+        if (st == ST_BAD_SIGNATURE) {
+            (void)file_sig_unlink(argv[2]);
+        }
+        return st;
+    }
+    std::puts("Signed file installed.");
+    return ST_OK;
+}
+
+int cmd_file_remove(int /*argc*/, char** argv) {
+    int is_cert = 0;
+    std::string path;
+    if (ExitStatus st = file_access_verify(argv[2], is_cert, path); st != ST_OK) {
+        return st;
+    }
+    const std::string sig = path + ".sig";
+    OsfsWritable writable;
+    if (!writable.ok()) {
+        std::printf("FATAL: Internal filesystem call failed.");
+        return ST_FAILURE;
+    }
+    // Certificates have no signature; for signed files the signature goes first so that a file
+    // never stays behind without it.
+    if (is_cert == 0 && unlink(sig.c_str()) != 0) {
+        return ST_FAILURE;
+    }
+    if (unlink(path.c_str()) != 0) {
+        return ST_FAILURE;
+    }
+    std::puts("File removed.");
+    return ST_OK;
+}
+
+int cmd_file_rename(int /*argc*/, char** argv) {
+    int is_cert = 0;
+    std::string path;
+    if (ExitStatus st = file_access_verify(argv[2], is_cert, path); st != ST_OK) {
+        return st;
+    }
+    if (ExitStatus st = file_rename_verify(argv[2], argv[3]); st != ST_OK) {
+        return st;
+    }
+    const std::string new_name(argv[3]);
+    OsfsWritable writable;
+    if (!writable.ok()) {
+        std::printf("FATAL: Internal filesystem call failed.");
+        return ST_FAILURE;
+    }
+    if (is_cert == 0 && rename((path + ".sig").c_str(), (new_name + ".sig").c_str()) != 0) {
+        return ST_FAILURE;
+    }
+    if (rename(path.c_str(), new_name.c_str()) != 0) {
+        return ST_FAILURE;
+    }
+    std::puts("File renamed.");
+    return ST_OK;
+}

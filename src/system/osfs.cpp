@@ -1,0 +1,31 @@
+// Remounting the application file system writable for the moment of a change.
+#include "system/osfs.hpp"
+
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include "base/paths.hpp"
+
+namespace {
+
+// The flags carry the traditional mount magic in their high bits, as this platform has always
+// passed them; the kernel ignores it, but tools that watch the remounts see the same value.
+constexpr unsigned long mount_magic = 0xC0ED0000UL;
+constexpr unsigned long writable_flags = mount_magic | MS_REMOUNT;
+constexpr unsigned long readonly_flags = mount_magic | MS_REMOUNT | MS_RDONLY;
+static_assert(writable_flags == 0xC0ED0020UL && readonly_flags == 0xC0ED0021UL);
+
+int remount(unsigned long flags) {
+    // Whatever was written must reach the flash before its mode changes.
+    sync();
+    return mount(paths::osfs_device, paths::usr_local, paths::osfs_type, flags, "");
+}
+
+}  // namespace
+
+int sys_unlock_osfs() { return remount(writable_flags); }
+
+void sys_lock_osfs() {
+    // A file system that stays writable is no reason to fail the change that was just made.
+    (void)remount(readonly_flags);
+}

@@ -1,0 +1,79 @@
+// The one file-tree walk: every sweep over a directory tree goes through it.
+#include "system/walk.hpp"
+
+#include <ftw.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include <exception>
+#include <functional>
+
+namespace {
+
+using Step = std::function<int(const char*, const struct stat*, int)>;
+
+// nftw takes a plain function: the step of the walk in progress is reached through this pointer.
+// The program has one thread; a walk started from inside a step saves and restores it.
+struct Current {
+    const Step* step = nullptr;
+    std::string root;
+    std::exception_ptr error;
+};
+
+Current& current() {
+    static Current c;
+    return c;
+}
+
+// Open descriptors stay bounded however deep the tree goes.
+constexpr int max_open_dirs = 10;
+static_assert(FTW_STOP == 1 && FTW_CONTINUE == 0, "steps answer 0 to go on and 1 to stop");
+
+// A link to a directory elsewhere is not walked into: a sweep that deletes what it finds must
+// never reach files outside the tree it was given.
+bool leads_outside(const char* path, const std::string& root) {
+    struct stat link {};
+    if (lstat(path, &link) != 0 || !S_ISLNK(link.st_mode)) {
+        return false;
+    }
+    std::unique_ptr<char, decltype(&std::free)> real(realpath(path, nullptr), &std::free);
+    return !real || (std::string(real.get()) + "/").rfind(root, 0) != 0;
+}
+
+int trampoline(const char* path, const struct stat* st, int type, struct FTW* /*where*/) {
+    Current& c = current();
+    if (type == FTW_D && leads_outside(path, c.root)) {
+        return FTW_SKIP_SUBTREE;
+    }
+    try {
+        return (*c.step)(path, st, type);
+    } catch (...) {
+        // An exception must not unwind through the C library's walk, which would leak its
+        // descriptors: stop the walk and rethrow once it has cleaned up.
+        c.error = std::current_exception();
+        return 1;
+    }
+}
+
+}  // namespace
+
+int walk_tree(const char* root, const Step& step) {
+    Current& c = current();
+    const Current saved = c;
+    c.step = &step;
+    c.error = nullptr;
+    std::unique_ptr<char, decltype(&std::free)> real_root(realpath(root, nullptr), &std::free);
+    c.root = real_root ? std::string(real_root.get()) + "/" : std::string(root);
+    // No FTW_PHYS: symbolic links are followed, so a link is judged by what it leads to. With
+    // FTW_ACTIONRETVAL a step's 1 is FTW_STOP, so steps keep their 0-go-on, 1-stop answers.
+    const int result = nftw(root, trampoline, max_open_dirs, FTW_ACTIONRETVAL);
+    const std::exception_ptr error = c.error;
+    c = saved;
+    if (error) {
+        std::rethrow_exception(error);
+    }
+    return result;
+}

@@ -1,0 +1,61 @@
+// Deleting files: on the application file system under its own writable window, and rejected
+// sources with the caller's rights (D2).
+#include "verify/delete.hpp"
+
+#include <ftw.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <new>
+#include <string>
+
+#include "base/caller.hpp"
+#include "base/paths.hpp"
+#include "base/status.hpp"
+#include "system/osfs.hpp"
+#include "system/walk.hpp"
+
+namespace {
+
+// Empties "/usr/local/" entry by entry; a file that will not go must not keep the others.
+int ftw_delete_files(const char* path, const struct stat* /*st*/, int type) {
+    if (type == FTW_F || type == FTW_SL || type == FTW_SLN) {
+        (void)file_unlink(path);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int file_unlink(const char* path) {
+    OsfsWritable writable;
+    if (!writable.ok()) {
+        return ST_FAILURE;
+    }
+    return unlink(path) == 0 ? ST_OK : ST_FAILURE;
+}
+
+int file_sig_unlink(const char* path) {
+    std::string sig;
+    try {
+        sig = std::string(path) + ".sig";
+    } catch (const std::bad_alloc&) {
+        return ST_FAILURE;
+    }
+    // D2: the kernel deletes only what the caller could have deleted himself.
+    if (caller_unlink(path) != 0) {
+        std::printf("Failed to delete invalid data/executable: %s.\n", path);
+        return ST_FAILURE;
+    }
+    if (caller_unlink(sig.c_str()) != 0) {
+        std::printf("Failed to delete invalid signature: %s.\n", sig.c_str());
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+void clean_osfs() {
+    // Whatever could not be walked or deleted stays; there is nobody left to report it to.
+    (void)walk_tree(paths::usr_local, ftw_delete_files);
+}
