@@ -1,0 +1,94 @@
+"""Dispatch, usage text, caller rules and the clean start of every run."""
+import pytest
+
+from helpers import BANNER, signed_file, usage
+
+
+def test_no_option_prints_banner_and_usage(term):
+    r = term.run([])
+    assert (r.status, r.stdout, r.stderr) == (1, BANNER + usage(), b"")
+
+
+@pytest.mark.parametrize(
+    "args",
+    [
+        ["--install", "/tmp/a"],
+        ["--install", "/tmp/a", "/usr/local/share/", "x"],
+        ["--wipe", "x"],
+        ["--INSTALL", "/tmp/a", "/usr/local/share/"],
+        ["--Authenticate"],
+        ["--install-checkx", "/tmp/a", "/usr/local/share/"],
+        ["install", "/tmp/a", "/usr/local/share/"],
+        [""],
+        ["--remove-kbpk"],
+        ["--install-key", "1", "a"],
+    ],
+)
+def test_unknown_option_or_wrong_count_prints_usage(term, args):
+    r = term.run(args)
+    assert (r.status, r.stdout) == (1, BANNER + usage())
+
+
+def test_usage_names_the_program_as_called(term):
+    r = term.run([], argv0="/usr/sbin/orvin-auth")
+    assert r.stdout == BANNER + usage("/usr/sbin/orvin-auth")
+
+
+def test_empty_argument_vector_still_names_the_program(term):
+    # D4: the kernel turns an empty vector into one empty argument.
+    r = term.run([], no_argv=True)
+    assert r.status == 1
+    assert r.stdout.endswith(usage("orvin-auth"))
+
+
+def test_hidden_option_runs_though_not_listed(term):
+    r = term.run(["--authenticate"])
+    assert (r.status, r.stdout) == (0, BANNER)
+
+
+ROOT_ONLY = [
+    ["--init-keys"],
+    ["--x509-csr"],
+    ["--x509-generate"],
+    ["--store-rate-limit"],
+    ["--update-ksn"],
+    ["--store-dmesg"],
+]
+ROOT_OR_APP = [
+    ["--install-image-check", "/tmp/img"],
+    ["--install-image", "/tmp/img"],
+    ["--mount-msd"],
+    ["--umount-msd"],
+    ["--update-os", "/tmp/os"],
+    ["--make-factory"],
+    ["--make-restore"],
+    ["--wipe"],
+    ["--install-kbpk-check", "1", "/tmp/k"],
+    ["--install-kbpk", "1", "/tmp/k"],
+    ["--remove-kbpk", "1"],
+    ["--update-kbpk-pci-pin", "1", "/tmp/k"],
+    ["--verify-kbpk-pci-pin", "1"],
+    ["--install-key-check", "1", "/tmp/t", "/tmp/o"],
+    ["--install-key", "1", "/tmp/t", "/tmp/o"],
+]
+CASES = [(a, 500, False) for a in ROOT_ONLY] + [(a, 1000, False) for a in ROOT_ONLY + ROOT_OR_APP]
+CASES += [(a, 0, True) for a in ROOT_ONLY + ROOT_OR_APP] + [(a, 500, True) for a in ROOT_OR_APP]
+
+
+@pytest.mark.parametrize("args,uid,allowed", CASES, ids=lambda v: str(v))
+def test_caller_rules_judge_the_recorded_caller(term, args, uid, allowed):
+    # D1: the process runs as root throughout, yet the rule sees who called.
+    r = term.run(args, uid=uid)
+    if allowed:
+        assert r.status != 6 and b"Access denied." not in r.stdout
+    else:
+        assert (r.status, r.stdout) == (6, BANNER + b"Access denied.\n")
+
+
+def test_closed_standard_descriptors_are_reopened(term):
+    # D4: with 0 to 2 closed, files the program opens must not become its output.
+    signed_file(term, "/tmp/app", "acme")
+    term.install_cert("acme")
+    r = term.run(["--install-check", "/tmp/app", "/usr/local/acme/"], close_fds=(0, 1, 2))
+    assert r.status == 0
+    assert term.read("/tmp/app") == b"payload\n"

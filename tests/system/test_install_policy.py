@@ -1,0 +1,106 @@
+"""Where a signer may install: the destination rules, D7 included."""
+import pytest
+
+from helpers import BANNER, signed_file
+
+OK = BANNER + b"Signed file can be installed.\n"
+
+
+@pytest.fixture
+def app(term):
+    term.install_cert("acme")
+    signed_file(term, "/tmp/app", "acme")
+    return term
+
+
+def check(term, dest):
+    return term.run(["--install-check", "/tmp/app", dest])
+
+
+@pytest.mark.parametrize(
+    "dest",
+    [
+        "/usr/local/acme/",
+        "/usr/local/acme/app",
+        "/usr/local/acme/bin/deep/",
+        "/usr/local/share/",
+        "/usr/local/share/fonts/x",
+        "/usr/local/share/..x",
+    ],
+)
+def test_signer_directory_and_shared_area_are_allowed(app, dest):
+    assert (check(app, dest).status, check(app, dest).stdout) == (0, OK)
+
+
+@pytest.mark.parametrize(
+    "dest",
+    [
+        "/usr/local/other/app",
+        "/usr/local/ACME/app",
+        "/usr/local/share",
+        "/usr/local/acmex/app",
+        "/usr/local/share/certs/x.crt",
+        "/usr/local/share/certs/",
+        "/tmp/app2",
+        "usr/local/share/x",
+        "/usr/local/acme/../other/app",
+        "/usr/local/acme/./app",
+        "/usr/local/acme//app",
+        "/usr/local/share/fonts/..",
+        "/usr/local//share/x",
+    ],
+)
+def test_other_destinations_are_refused(app, dest):
+    r = check(app, dest)
+    assert (r.status, r.stdout) == (8, BANNER + f"Invalid destination path: {dest}\n".encode())
+
+
+def test_destination_without_slash_is_refused_silently(app):
+    r = check(app, "app")
+    assert (r.status, r.stdout) == (8, BANNER)
+
+
+def test_existing_destination_is_never_overwritten(app):
+    app.mkdir("/usr/local/share/fonts", 0o555)
+    app.write("/usr/local/share/app", b"old")
+    for dest, full in [("/usr/local/share/fonts", "/usr/local/share/fonts"),
+                       ("/usr/local/share/", "/usr/local/share/app")]:
+        r = check(app, dest)
+        assert (r.status, r.stdout) == (4, BANNER + f"Destination file already exists: {full}\n".encode())
+
+
+def test_dangling_link_at_destination_counts_as_existing(app):
+    app.symlink("/etc/created-by-install", "/usr/local/share/app")
+    assert check(app, "/usr/local/share/").status == 4
+
+
+@pytest.mark.parametrize(
+    "link,target,dest",
+    [
+        ("/usr/local/acme", "/etc", "/usr/local/acme/app"),
+        ("/usr/local/acme", "/usr/local/share", "/usr/local/acme/app"),
+        ("/usr/local/share/fonts", "/usr/local/acme", "/usr/local/share/fonts/x"),
+        ("/usr/local/share/gone", "/nonexistent/dir", "/usr/local/share/gone/x"),
+        ("/usr/local/acme", "/tmp", "/usr/local/acme/new/deeper/app"),
+    ],
+)
+def test_links_leading_out_of_the_area_are_refused(app, link, target, dest):
+    # D7: the deepest existing directory decides, resolved through its links.
+    app.symlink(target, link)
+    r = check(app, dest)
+    assert (r.status, r.stdout) == (8, BANNER + f"Invalid destination path: {dest}\n".encode())
+
+
+def test_link_inside_the_area_is_followed(app):
+    app.mkdir("/usr/local/acme/real", 0o555)
+    app.symlink("/usr/local/acme/real", "/usr/local/acme/alias")
+    assert check(app, "/usr/local/acme/alias/app").status == 0
+
+
+def test_signer_named_share_cannot_reach_the_store(term, pki):
+    pki.issue("share", "share", "prod-sign")
+    term.install_cert("share")
+    signed_file(term, "/tmp/app", "share")
+    assert check(term, "/usr/local/share/x").status == 0
+    r = check(term, "/usr/local/share/certs/x")
+    assert (r.status, r.stdout) == (8, BANNER + b"Invalid destination path: /usr/local/share/certs/x\n")

@@ -1,0 +1,100 @@
+"""Removing and renaming installed files: the pair stays together, ownership decides who may."""
+import pytest
+
+from helpers import BANNER
+
+
+@pytest.fixture
+def installed(term):
+    term.mkdir("/usr/local/app", 0o555)
+    for name, uid, gid in [("mine", 0, 500), ("theirs", 500, 500), ("roots", 0, 0)]:
+        term.write(f"/usr/local/app/{name}", b"data", uid=uid, gid=gid)
+        term.write(f"/usr/local/app/{name}.sig", b"s" * 256, uid=uid, gid=gid)
+    term.install_cert("acme")
+    return term
+
+
+@pytest.mark.parametrize(
+    "uid,gid,name,status",
+    [
+        (0, 0, "theirs", 0),
+        (0, 0, "roots", 0),
+        (500, 500, "mine", 0),
+        (500, 500, "theirs", 6),
+        (500, 500, "roots", 6),
+        (1000, 1000, "mine", 6),
+        (1000, 0, "roots", 0),
+    ],
+)
+def test_remove_follows_owner_and_group(installed, uid, gid, name, status):
+    path = f"/usr/local/app/{name}"
+    r = installed.run(["--remove", path], uid=uid, gid=gid)
+    if status == 0:
+        assert (r.status, r.stdout) == (0, BANNER + b"File removed.\n")
+        assert not installed.exists(path) and not installed.exists(path + ".sig")
+    else:
+        assert (r.status, r.stdout) == (6, BANNER + f"Access denied: {path}.\n".encode())
+        assert installed.exists(path) and installed.exists(path + ".sig")
+    assert installed.usr_local_readonly()
+
+
+def test_certificate_is_removed_alone(installed):
+    installed.write("/usr/local/share/certs/acme.crt.sig", b"keep")
+    r = installed.run(["--remove", "/usr/local/share/certs/acme.crt"])
+    assert (r.status, r.stdout) == (0, BANNER + b"File removed.\n")
+    assert not installed.exists("/usr/local/share/certs/acme.crt")
+    assert installed.exists("/usr/local/share/certs/acme.crt.sig")
+
+
+def test_missing_signature_keeps_the_data_file(installed):
+    installed.remove("/usr/local/app/roots.sig")
+    r = installed.run(["--remove", "/usr/local/app/roots"])
+    assert (r.status, r.stdout) == (9, BANNER)
+    assert installed.exists("/usr/local/app/roots")
+    assert installed.usr_local_readonly()
+
+
+@pytest.mark.parametrize(
+    "path,status,message",
+    [
+        ("/usr/local/app/none", 1, b"Invalid file: /usr/local/app/none\n"),
+        ("/usr/local/app/out", 8, b"Invalid path: /etc/passwd\n"),
+        ("/etc/passwd", 8, b"Invalid path: /etc/passwd\n"),
+        ("/usr/local", 8, b"Invalid path: /usr/local\n"),
+    ],
+)
+def test_remove_outside_the_application_file_system_is_refused(installed, path, status, message):
+    installed.symlink("/etc/passwd", "/usr/local/app/out")
+    r = installed.run(["--remove", path], uid=0)
+    assert (r.status, r.stdout) == (status, BANNER + message)
+    assert installed.exists("/etc/passwd")
+
+
+def test_rename_moves_the_pair(installed):
+    r = installed.run(["--rename", "/usr/local/app/mine", "/usr/local/app/mine2"], uid=500, gid=500)
+    assert (r.status, r.stdout) == (0, BANNER + b"File renamed.\n")
+    assert installed.read("/usr/local/app/mine2") == b"data"
+    assert installed.exists("/usr/local/app/mine2.sig")
+    assert not installed.exists("/usr/local/app/mine") and not installed.exists("/usr/local/app/mine.sig")
+    assert installed.usr_local_readonly()
+
+
+def test_rename_of_a_certificate_moves_it_alone(installed):
+    r = installed.run(["--rename", "/usr/local/share/certs/acme.crt", "/usr/local/share/certs/b.crt"])
+    assert (r.status, r.stdout) == (0, BANNER + b"File renamed.\n")
+    assert installed.exists("/usr/local/share/certs/b.crt")
+
+
+@pytest.mark.parametrize(
+    "new,status,message",
+    [
+        ("/usr/local/app/../app/x", 8, b"Invalid destination path: /usr/local/app/../app/x\n"),
+        ("/usr/local/share/x", 8, b"Invalid destination path: /usr/local/share/x\n"),
+        ("/usr/local/app/theirs", 8, b"Invalid destination file: /usr/local/app/theirs\n"),
+        ("x", 9, b""),
+    ],
+)
+def test_rename_stays_in_its_directory(installed, new, status, message):
+    r = installed.run(["--rename", "/usr/local/app/roots", new])
+    assert (r.status, r.stdout) == (status, BANNER + message)
+    assert installed.exists("/usr/local/app/roots") and installed.exists("/usr/local/app/roots.sig")

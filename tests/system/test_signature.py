@@ -1,0 +1,129 @@
+"""Detached-signature verification, seen through "--install-check"."""
+import subprocess
+
+import pytest
+
+from helpers import BANNER, signed_file
+
+OK = BANNER + b"Signed file can be installed.\n"
+
+
+@pytest.fixture
+def acme(term):
+    term.install_cert("acme")
+    return term
+
+
+def check(term, path="/tmp/app", dest="/usr/local/acme/", uid=0):
+    return term.run(["--install-check", path, dest], uid=uid)
+
+
+@pytest.mark.parametrize("size", [0, 1, 4095, 4096, 4097, 8192, 3 * 4096 + 5])
+def test_files_of_every_block_shape_verify(acme, size):
+    signed_file(acme, "/tmp/app", "acme", data=bytes(i % 251 for i in range(size)))
+    r = check(acme)
+    assert (r.status, r.stdout) == (0, OK)
+
+
+def test_signature_longer_than_256_bytes_uses_its_first_256(acme):
+    signed_file(acme, "/tmp/app", "acme", extra=b"x" * 44)
+    assert check(acme).status == 0
+
+
+@pytest.mark.parametrize(
+    "sig,status,message",
+    [
+        (None, 7, b"Cannot access signature file: /tmp/app.sig\n"),
+        (b"\0" * 255, 9, b"Failed to read the signature file: /tmp/app.sig\n"),
+        (b"", 9, b"Failed to read the signature file: /tmp/app.sig\n"),
+        (b"\1" * 256, 7, b"Signature check failed.\n"),
+    ],
+)
+def test_bad_signature_files(acme, sig, status, message):
+    acme.write("/tmp/app", b"payload\n")
+    if sig is not None:
+        acme.write("/tmp/app.sig", sig)
+    r = check(acme)
+    assert (r.status, r.stdout) == (status, BANNER + message)
+
+
+def test_tampered_file_is_refused_and_left_in_place(acme):
+    signed_file(acme, "/tmp/app", "acme")
+    acme.write("/tmp/app", b"payload!\n")
+    r = check(acme)
+    assert (r.status, r.stdout) == (7, BANNER + b"Signature check failed.\n")
+    assert acme.exists("/tmp/app") and acme.exists("/tmp/app.sig")
+
+
+def test_missing_file_is_invalid(acme):
+    r = check(acme, path="/tmp/nothing")
+    assert (r.status, r.stdout) == (1, BANNER + b"Invalid file: /tmp/nothing\n")
+
+
+def test_signer_in_system_directory_is_found(term):
+    signed_file(term, "/tmp/app", "OperatingSystem")
+    assert check(term, dest="/usr/local/OperatingSystem/").status == 0
+
+
+def test_bundle_of_roots_is_never_a_signer(term):
+    signed_file(term, "/tmp/app", "root")
+    r = check(term)
+    assert (r.status, r.stdout) == (7, BANNER + b"Signature check failed.\n")
+
+
+def test_store_is_searched_before_system_directory(term, pki, tmp_path):
+    # The same key under another name in /usr/ssl/ must lose to the stored certificate.
+    twin = tmp_path / "twin.crt"
+    subprocess.run(["openssl", "req", "-new", "-x509", "-key", pki.key_path("acme"), "-subj",
+                    "/CN=zeta", "-days", "30", "-out", str(twin)], check=True, capture_output=True)
+    term.write("/usr/ssl/twin.crt", twin.read_bytes())
+    term.install_cert("acme")
+    signed_file(term, "/tmp/app", "acme")
+    assert check(term, dest="/usr/local/acme/").status == 0
+    assert check(term, dest="/usr/local/zeta/").status == 8
+
+
+@pytest.mark.parametrize("junk", ["file", "directory"])
+def test_unreadable_store_entry_stops_the_search(term, junk):
+    if junk == "file":
+        term.write("/usr/local/share/certs/junk.crt", b"not a certificate\n")
+    else:
+        term.mkdir("/usr/local/share/certs/sub", 0o755)
+    signed_file(term, "/tmp/app", "OperatingSystem")
+    r = check(term, dest="/usr/local/OperatingSystem/")
+    assert (r.status, r.stdout) == (9, BANNER + b"Failed to read certificate file.\n")
+
+
+def test_key_of_other_type_is_passed_over(term):
+    term.install_cert("ec-signer")
+    signed_file(term, "/tmp/app", "OperatingSystem")
+    assert check(term, dest="/usr/local/OperatingSystem/").status == 0
+
+
+def test_common_name_is_cut_at_first_slash(term):
+    term.install_cert("acme-slash")
+    signed_file(term, "/tmp/app", "acme-slash")
+    assert check(term, dest="/usr/local/acme/").status == 0
+
+
+@pytest.mark.parametrize(
+    "file_mode,sig_mode,status,message",
+    [
+        (0o600, 0o644, 9, b"FATAL: Failed to open the file to verify.\n"),
+        (0o644, 0o600, 7, b"Cannot access signature file: /tmp/app.sig\n"),
+    ],
+)
+def test_files_are_read_with_the_callers_rights(acme, file_mode, sig_mode, status, message):
+    # D3: root can read both, the caller cannot.
+    signed_file(acme, "/tmp/app", "acme", mode=file_mode)
+    acme.chmod("/tmp/app.sig", sig_mode)
+    r = check(acme, uid=1000)
+    assert (r.status, r.stdout) == (status, BANNER + message)
+    assert check(acme, uid=0).status == 0
+
+
+def test_file_behind_a_closed_directory_does_not_exist_for_the_caller(acme):
+    acme.mkdir("/tmp/private", 0o700)
+    signed_file(acme, "/tmp/private/app", "acme")
+    r = check(acme, path="/tmp/private/app", uid=1000)
+    assert (r.status, r.stdout) == (1, BANNER + b"Invalid file: /tmp/private/app\n")

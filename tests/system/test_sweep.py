@@ -1,0 +1,70 @@
+"""The start-up sweep over "/usr/local/" and its completion mark."""
+from helpers import BANNER, signed_file
+
+
+def test_empty_tree_marks_completion(term):
+    r = term.run(["--authenticate"])
+    assert (r.status, r.stdout) == (0, BANNER)
+    assert term.read("/sys/kernel/security/ids/task_init") == b"1"
+    assert term.usr_local_readonly()
+
+
+def test_sweep_keeps_signed_files_and_deletes_the_rest(term):
+    term.install_cert("acme")
+    signed_file(term, "/usr/local/share/good", "acme")
+    signed_file(term, "/usr/local/share/sub/deep/bad", "acme")
+    term.write("/usr/local/share/sub/deep/bad", b"tampered")
+    term.write("/usr/local/share/unsigned", b"x")
+    term.write("/usr/local/share/orphan.sig", b"s" * 256)
+    term.write("/usr/local/share/sub/.sig", b"s" * 256)
+    r = term.run(["--authenticate"])
+    assert r.status == 0
+    out = r.stdout
+    for piece in [
+        b"/usr/local/share/good - data/executable - verified\n",
+        b"/usr/local/share/unsigned - data/executable - missing signature - delete\n",
+        b"/usr/local/share/orphan.sig - signature - orphaned - delete\n",
+        b"/usr/local/share/sub/deep/bad - data/executableSignature check failed.\n"
+        b" - invalid signature - delete\n",
+        b"/usr/local/share/sub/.sig - signature\n",
+    ]:
+        assert piece in out
+    assert b"acme.crt -" not in out
+    assert term.exists("/usr/local/share/good") and term.exists("/usr/local/share/good.sig")
+    assert term.exists("/usr/local/share/certs/acme.crt")
+    assert term.exists("/usr/local/share/sub/.sig")
+    for gone in ["/usr/local/share/unsigned", "/usr/local/share/orphan.sig",
+                 "/usr/local/share/sub/deep/bad",
+                 "/usr/local/share/sub/deep/bad.sig"]:
+        assert not term.exists(gone), gone
+    assert term.read("/sys/kernel/security/ids/task_init") == b"1"
+    assert term.usr_local_readonly()
+
+
+def test_signature_in_the_store_is_swept_as_orphaned(term):
+    term.write("/usr/local/share/certs/lost.crt.sig", b"s" * 256)
+    r = term.run(["--authenticate"])
+    assert (r.status, r.stdout) == (
+        0, BANNER + b"/usr/local/share/certs/lost.crt.sig - signature - orphaned - delete\n")
+    assert not term.exists("/usr/local/share/certs/lost.crt.sig")
+
+
+def test_unreadable_signature_counts_as_invalid(term):
+    term.install_cert("acme")
+    signed_file(term, "/usr/local/share/app", "acme")
+    term.chmod("/usr/local/share/app.sig", 0o000)
+    r = term.run(["--authenticate"], uid=1000)
+    assert b"/usr/local/share/app - data/executableCannot access signature file: " \
+           b"/usr/local/share/app.sig\n - invalid signature - delete\n" in r.stdout
+    assert not term.exists("/usr/local/share/app")
+
+
+def test_failed_remount_stops_the_sweep(term):
+    term.write("/usr/local/share/unsigned", b"x")
+    term.break_remount()
+    r = term.run(["--authenticate"])
+    assert (r.status, r.stdout) == (9, BANNER + b"/usr/local/share/unsigned - data/executable"
+                                    b" - missing signature - delete\n"
+                                    b"Failed to delete unsigned file: /usr/local/share/unsigned.\n")
+    assert term.exists("/usr/local/share/unsigned")
+    assert term.read("/sys/kernel/security/ids/task_init") == b""
