@@ -44,4 +44,13 @@ inline constexpr const char* dev_null = "/dev/null";
 // The environment every child and shell gets (D5).
 inline constexpr const char* child_path = "/usr/sbin:/usr/bin:/sbin:/bin";
 
+// --- Key management (src/keys): the Security API device and the key state under state_dir ---
+inline constexpr const char* sapi_device = "/dev/sapi0";
+inline constexpr const char* sapi_proc = "/proc/sapi";
+inline constexpr const char* key_registry_paired = "/home/orvin/.sapi/.sha256";
+inline constexpr const char* key_registry_single = "/home/orvin/.sapi/.sha256-hashes";
+inline constexpr const char* kbpk_state_prefix = "/home/orvin/.sapi/.KBPK";
+inline constexpr const char* kbpk_flag_prefix = "/home/orvin/.sapi/.FLAG";
+// --- end of key management ---
+
 }  // namespace paths

@@ -1,0 +1,222 @@
+// The KBPK store: one key-block protection key per acquirer, in the device and in state files.
+#include "keys/kbpk.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+
+#include "base/caller.hpp"
+#include "base/fd.hpp"
+#include "base/io.hpp"
+#include "base/paths.hpp"
+#include "base/shared.hpp"
+#include "keys/registry.hpp"
+#include "keys/sapi.hpp"
+#include "keys/tr31.hpp"
+#include "verify/signature.hpp"
+
+namespace {
+
+using KbpkFile = std::array<std::uint8_t, sapi::kbpk_file_size>;
+
+std::string numbered(const char* prefix, int id) {
+    std::array<char, 8> digits{};
+    std::snprintf(digits.data(), digits.size(), "%04d", id);
+    return std::string(prefix) + digits.data();
+}
+
+// Reads the caller's KBPK file (D3) into the buffer that goes to the device, so what is sent is
+// what was read once.
+ExitStatus kbpk_file_read(const char* path, KbpkFile& bytes) {
+    struct stat st {};
+    if (caller_lstat(path, &st) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
+        return ST_FAILURE;
+    }
+    // Judged once already; a file swapped since then is refused in the same words.
+    if (static_cast<std::uint64_t>(st.st_size) != bytes.size()) {
+        std::puts("Invalid KBPK file.");
+        return ST_BAD_KBPK_FILE;
+    }
+    UniqueFd fd = caller_open(path, O_RDONLY | O_NONBLOCK);
+    if (!fd) {
+        std::puts("FATAL: Failed to open the file to verify.");
+        return ST_FAILURE;
+    }
+    if (read_full(fd.get(), bytes.data(), bytes.size()) != bytes.size()) {
+        std::printf("Failed to read the KBPK file: %s\n", path);
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+// D6: the bytes about to reach the device must carry a signature whose role gives the same
+// flags as the signer the command judged; anything else is a bad signature.
+ExitStatus kbpk_bytes_signed(const char* path, const KbpkFile& bytes, std::uint16_t flags) {
+    Signature sig{};
+    if (ExitStatus st = sig_read(std::string(path) + ".sig", sig); st != ST_OK) {
+        return st;
+    }
+    Sha256 sha;
+    sha.update(bytes.data(), bytes.size());
+    Digest digest{};
+    if (!sha.final(digest)) {
+        std::puts("FATAL: OpenSSL failure.");
+        return ST_FAILURE;
+    }
+    SignerResult signer = sig_find_signer(digest, sig);
+    if (!signer.verified()) {
+        return signer.status;
+    }
+    if (kbpk_signer_flags(signer.cn) != flags) {
+        std::puts("Signature check failed.");
+        return ST_BAD_SIGNATURE;
+    }
+    return ST_OK;
+}
+
+ExitStatus kbpk_file_snapshot(const char* path, std::uint16_t flags, KbpkFile& bytes) {
+    if (ExitStatus st = kbpk_file_read(path, bytes); st != ST_OK) {
+        return st;
+    }
+    return kbpk_bytes_signed(path, bytes, flags);
+}
+
+// State files are the program's own: written with root rights, created or replaced, and never
+// through a link planted in their place.
+ExitStatus state_file_write(const std::string& path, std::span<const std::uint8_t> bytes) {
+    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
+    if (!fd) {
+        return ST_FAILURE;
+    }
+    return write_full(fd.get(), bytes.data(), bytes.size()) == bytes.size() ? ST_OK : ST_FAILURE;
+}
+
+ExitStatus flag_file_write(int id, std::uint16_t flags) {
+    const std::string text = kbpk_flag_text(flags);
+    return state_file_write(
+        kbpk_flag_path(id),
+        std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+}
+
+bool state_exists(const std::string& path) {
+    return ::access(path.c_str(), F_OK) == 0;
+}
+
+}  // namespace
+
+std::string kbpk_state_path(int id) {
+    return numbered(paths::kbpk_state_prefix, id);
+}
+
+std::string kbpk_flag_path(int id) {
+    return numbered(paths::kbpk_flag_prefix, id);
+}
+
+std::string kbpk_flag_text(std::uint16_t flags) {
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "%04X", static_cast<unsigned>(flags));
+    return text.data();
+}
+
+std::uint16_t kbpk_flag_value(std::span<const char, 4> text) {
+    std::array<char, 5> terminated{};
+    std::copy(text.begin(), text.end(), terminated.begin());
+    return static_cast<std::uint16_t>(std::strtoul(terminated.data(), nullptr, 16) & 0xFFFFU);
+}
+
+std::optional<std::uint16_t> kbpk_signer_flags(std::string_view role) {
+    if (role == ids::app_user_name) {
+        return std::nullopt;
+    }
+    return role == "HSM-PCI-PIN" ? sapi::flag_pci_pin : std::uint16_t{0};
+}
+
+int kbpk_exists(int id) {
+    return state_exists(kbpk_state_path(id)) ? 1 : 0;
+}
+
+int kbpk_flag_exists(int id) {
+    return state_exists(kbpk_flag_path(id)) ? 1 : 0;
+}
+
+ExitStatus kbpk_flags_read(int id, std::uint16_t& flags) {
+    UniqueFd fd(::open(kbpk_flag_path(id).c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd) {
+        return ST_FAILURE;
+    }
+    std::array<char, 4> text{};
+    if (read_full(fd.get(), text.data(), text.size()) != text.size()) {
+        return ST_FAILURE;
+    }
+    flags = kbpk_flag_value(text);
+    return ST_OK;
+}
+
+ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
+    KbpkFile bytes{};
+    if (ExitStatus st = kbpk_file_snapshot(path, flags, bytes); st != ST_OK) {
+        return st;
+    }
+    const auto acquirer = static_cast<std::uint8_t>(id);
+    SapiResult r = sapi_exchange(sapi_kbpk_install_file(acquirer, flags, orvin_rki_ca, bytes),
+                                 sapi_reply_kbpk);
+    if (!r.ok()) {
+        return r.status;
+    }
+    std::optional<KbpkReply> reply = sapi_parse_kbpk_reply(r.reply);
+    if (!reply) {
+        return ST_FAILURE;
+    }
+    // The registry comes before any file of ours, so a refused key leaves no trace in the store.
+    if (ExitStatus st = sha256_hash_check(reply->key_digest, reply->second_digest); st != ST_OK) {
+        return st;
+    }
+    if (state_file_write(kbpk_state_path(id), reply->protected_kbpk) != ST_OK) {
+        return ST_FAILURE;
+    }
+    return flag_file_write(id, flags);
+}
+
+ExitStatus kbpk_update_pci_pin_file(int id, std::uint16_t flags, const char* path) {
+    KbpkFile bytes{};
+    if (ExitStatus st = kbpk_file_snapshot(path, flags, bytes); st != ST_OK) {
+        return st;
+    }
+    const auto acquirer = static_cast<std::uint8_t>(id);
+    SapiResult r = sapi_exchange(sapi_kbpk_update_pci_pin(acquirer, flags, orvin_rki_ca, bytes),
+                                 sapi_reply_none);
+    if (!r.ok()) {
+        return r.status;
+    }
+    return flag_file_write(id, flags);
+}
+
+ExitStatus kbpk_install(int id, std::uint16_t flags,
+                        std::span<const std::uint8_t, sapi::protected_kbpk_size> kbpk) {
+    const auto acquirer = static_cast<std::uint8_t>(id);
+    return sapi_exchange(sapi_kbpk_install_protected(acquirer, flags, orvin_rki_ca, kbpk),
+                         sapi_reply_none)
+        .status;
+}
+
+ExitStatus kbpk_remove(int id) {
+    SapiResult r = sapi_exchange(sapi_kbpk_remove(static_cast<std::uint8_t>(id)), sapi_reply_none);
+    if (!r.ok()) {
+        return r.status;
+    }
+    if (::unlink(kbpk_state_path(id).c_str()) != 0) {
+        std::printf("Failed to delete KBPK%04d.\n", id);
+        return ST_FAILURE;
+    }
+    const std::string flag = kbpk_flag_path(id);
+    if (state_exists(flag) && ::unlink(flag.c_str()) != 0) {
+        std::printf("Failed to delete FLAG%04d.\n", id);
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
