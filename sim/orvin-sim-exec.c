@@ -57,20 +57,20 @@ struct rlimit_arg {
     struct rlimit value;
 };
 
-static struct rlimit_arg parse_rlimit(char* spec) {
+static struct rlimit_arg parse_rlimit(char* text) {
     static const struct {
         const char* name;
         int resource;
     } names[] = {{"FSIZE", RLIMIT_FSIZE}, {"NOFILE", RLIMIT_NOFILE},
                  {"STACK", RLIMIT_STACK}, {"CORE", RLIMIT_CORE}};
-    char* eq = strchr(spec, '=');
+    char* eq = strchr(text, '=');
     char* colon = eq ? strchr(eq, ':') : NULL;
-    if (!colon) die("bad --rlimit: %s", spec);
+    if (!colon) die("bad --rlimit: %s", text);
     *eq = *colon = '\0';
     for (size_t i = 0; i < sizeof names / sizeof names[0]; i++)
-        if (strcmp(spec, names[i].name) == 0)
+        if (strcmp(text, names[i].name) == 0)
             return (struct rlimit_arg){names[i].resource, {limit_value(eq + 1), limit_value(colon + 1)}};
-    die("unknown limit: %s", spec);
+    die("unknown limit: %s", text);
     return (struct rlimit_arg){0};
 }
 
