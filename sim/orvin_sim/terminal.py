@@ -10,6 +10,7 @@ from contextlib import contextmanager
 from dataclasses import dataclass
 
 from . import mounts
+from .sapi import Sapi
 
 TOOLS = ["/bin/adduser", "/usr/bin/passwd", "/bin/deluser", "/sbin/reboot", "/usr/bin/nandwrite",
          "/usr/bin/mtd_debug", "/bin/mount", "/bin/umount", "/sbin/fsck.vfat", "/usr/sbin/nvram",
@@ -69,7 +70,8 @@ class Terminal:
     """One terminal, laid out fresh on its own tmpfs. Terminal paths are absolute ("/etc/passwd");
     the helpers resolve them, symbolic links included, inside the terminal and never outside."""
 
-    def __init__(self, build_dir, pki, main_user=True):
+    def __init__(self, build_dir, pki, main_user=True, sapi=False):
+        self.sapi = None
         self.build_dir = os.path.abspath(build_dir)
         self.pki = pki
         self._sim_dir = os.path.join(self.build_dir, "sim")
@@ -87,6 +89,8 @@ class Terminal:
             mounts.mount("tmpfs", self.root, "tmpfs", 0, "mode=0755")
             self._lay_out(main_user)
             self.install_program(program, PROGRAM)
+            if sapi:
+                self.start_sapi()
         except BaseException:
             self.close()
             raise
@@ -170,12 +174,23 @@ class Terminal:
             self.write(path, b"")
         mounts.mount(host_file, target, None, mounts.MS_BIND)
 
+    def start_sapi(self):
+        """Starts the simulated Security API device on "/dev/sapi0" and "/proc/sapi" and returns
+        its controller; close() stops it."""
+        if self.sapi is None:
+            self.sapi = Sapi(self.build_dir)
+            self.sapi.bind_into(self)
+        return self.sapi
+
     def close(self):
         for child in self._children:
             if child.poll() is None:
                 child.kill()
                 child.wait()
         self._children = []
+        if self.sapi is not None:
+            self.sapi.close()
+            self.sapi = None
         if self.root is None:
             return
         try:
