@@ -22,6 +22,12 @@ def run(term, args, uid=0, gid=None):
     return r
 
 
+def show_key_state(term):
+    for name in sorted(os.listdir(term.path("/home/orvin/.sapi"))):
+        data = term.read(f"/home/orvin/.sapi/{name}")
+        print(f"/home/orvin/.sapi/{name}: {data.decode() if name.startswith('.FLAG') else f'{len(data)} bytes'}")
+
+
 def main(build_dir):
     pki = PKI(build_dir)
     with Terminal(build_dir, pki) as term:
@@ -67,6 +73,33 @@ def main(build_dir):
             uid=500, gid=500)
         run(term, ["--remove", "/usr/local/main-user/bin/app2"], uid=500, gid=500)
         run(term, ["--remove", "/usr/local/share/certs/acme.crt"], uid=1000, gid=1000)
+
+        say("KBPKs for two acquirers; the one signed by 'HSM-PCI-PIN' gets PCI PIN security")
+        term.start_sapi()
+        term.mkdir("/home/orvin/.sapi", 0o700)  # the program's key state
+        term.install_cert("HSM-PCI-PIN")
+        term.install_cert("acme")
+        for name, role, value in [("kbpk-1.bin", "HSM-PCI-PIN", bytes(range(256))),
+                                  ("kbpk-2.bin", "acme", bytes(range(255, -1, -1)))]:
+            term.write(f"/tmp/{name}", value, uid=500, gid=500)
+            term.sign(f"/tmp/{name}", role)
+        run(term, ["--install-kbpk", "1", "/tmp/kbpk-1.bin"], uid=500)
+        run(term, ["--install-kbpk", "2", "/tmp/kbpk-2.bin"], uid=500)
+        show_key_state(term)
+
+        say("Checking and switching PCI PIN security")
+        run(term, ["--verify-kbpk-pci-pin", "1"], uid=500)
+        run(term, ["--verify-kbpk-pci-pin", "2"], uid=500)
+        term.sign("/tmp/kbpk-2.bin", "HSM-PCI-PIN")
+        run(term, ["--update-kbpk-pci-pin", "2", "/tmp/kbpk-2.bin"], uid=500)
+        run(term, ["--verify-kbpk-pci-pin", "2"], uid=500)
+
+        say("The same key value is refused under another acquirer")
+        run(term, ["--install-kbpk", "3", "/tmp/kbpk-1.bin"], uid=500)
+
+        say("Removing a KBPK")
+        run(term, ["--remove-kbpk", "2"], uid=500)
+        show_key_state(term)
 
         say("The usage text")
         run(term, [])
