@@ -1,4 +1,7 @@
-"""Expected texts shared by the system tests."""
+"""Expected texts and small steps shared by the system tests."""
+from collections import namedtuple
+
+Outcome = namedtuple("Outcome", "status stdout")
 
 BANNER = b"\nOrvin Authentication and Installation Tool.\n"
 
@@ -36,3 +39,32 @@ def signed_file(term, path, role, data=b"payload\n", mode=0o644, uid=0, gid=0, e
     term.write(path, data, mode=mode, uid=uid, gid=gid)
     term.sign(path, role, extra=extra)
     return path
+
+
+# Certificates that a role's certificate chains through, so it survives the start-up sweep.
+_CHAIN = {"main-user": ["keysign-main-user"], "detamper": [], "prod-sign": [],
+          "keysign-main-user": []}
+
+
+def provision(term, *roles):
+    """Puts each role's certificate into the store with the intermediates it needs."""
+    wanted = []
+    for role in roles:
+        wanted += _CHAIN.get(role, ["prod-sign"]) + [role]
+    for role in dict.fromkeys(wanted):
+        term.install_cert(role)
+
+
+def startup_output(term, uid=0):
+    """What every run prints before its command: the banner and the certificate sweep's lines."""
+    r = term.run([], uid=uid)
+    assert r.stdout.endswith(usage()), r.stdout
+    return r.stdout[: -len(usage())]
+
+
+def run_cmd(term, args, **kw):
+    """Runs a command; gives its status and what it printed after the start-up lines."""
+    prefix = startup_output(term, uid=kw.get("uid", 0))
+    r = term.run(args, **kw)
+    assert r.stdout.startswith(prefix), (prefix, r.stdout)
+    return Outcome(r.status, r.stdout[len(prefix):])

@@ -1,7 +1,7 @@
 """Dispatch, usage text, caller rules and the clean start of every run."""
 import pytest
 
-from helpers import BANNER, signed_file, usage
+from helpers import BANNER, provision, signed_file, usage
 
 
 def test_no_option_prints_banner_and_usage(term):
@@ -88,7 +88,7 @@ def test_caller_rules_judge_the_recorded_caller(term, args, uid, allowed):
 def test_closed_standard_descriptors_are_reopened(term):
     # D4: with 0 to 2 closed, files the program opens must not become its output.
     signed_file(term, "/tmp/app", "acme")
-    term.install_cert("acme")
+    provision(term, "acme")
     r = term.run(["--install-check", "/tmp/app", "/usr/local/acme/"], close_fds=(0, 1, 2))
     assert r.status == 0
     assert term.read("/tmp/app") == b"payload\n"

@@ -5,18 +5,17 @@ import threading
 
 import pytest
 
-from helpers import BANNER, signed_file
+from helpers import provision, run_cmd, signed_file
 
 
 @pytest.fixture
 def signers(term):
-    term.install_cert("main-user")
-    term.install_cert("acme")
+    provision(term, "main-user", "acme")
     return term
 
 
 def install(term, src, dest, uid=0, **kw):
-    return term.run(["--install", src, dest], uid=uid, **kw)
+    return run_cmd(term, ["--install", src, dest], uid=uid, **kw)
 
 
 def mode_of(term, path):
@@ -27,7 +26,7 @@ def test_application_files_belong_to_root_and_the_application_group(signers):
     signed_file(signers, "/tmp/app.bin", "main-user", mode=0o640, uid=500, gid=500)
     r = install(signers, "/tmp/app.bin", "/usr/local/main-user/lib/x/", uid=500)
     assert r.status == 0
-    assert r.stdout == BANNER + (
+    assert r.stdout == (
         b"Signature installed: /usr/local/main-user/lib/x/app.bin.sig\n"
         b"Data file installed: /usr/local/main-user/lib/x/app.bin\n"
         b"Signed file installed.\n")
@@ -70,7 +69,7 @@ def test_existing_destination_is_refused(signers):
     signed_file(signers, "/tmp/app", "acme")
     assert install(signers, "/tmp/app", "/usr/local/acme/").status == 0
     r = install(signers, "/tmp/app", "/usr/local/acme/")
-    assert (r.status, r.stdout) == (4, BANNER + b"Destination file already exists: /usr/local/acme/app\n")
+    assert (r.status, r.stdout) == (4, b"Destination file already exists: /usr/local/acme/app\n")
     assert signers.usr_local_readonly()
 
 
@@ -78,7 +77,7 @@ def test_badly_signed_source_is_deleted(signers):
     signed_file(signers, "/tmp/app", "acme")
     signers.write("/tmp/app", b"changed\n")
     r = install(signers, "/tmp/app", "/usr/local/acme/")
-    assert (r.status, r.stdout) == (7, BANNER + b"Signature check failed.\n")
+    assert (r.status, r.stdout) == (7, b"Signature check failed.\n")
     assert not signers.exists("/tmp/app") and not signers.exists("/tmp/app.sig")
     assert not signers.exists("/usr/local/acme")
 
@@ -90,7 +89,7 @@ def test_rejected_source_is_deleted_only_with_the_callers_rights(signers):
     signers.write("/srv/app.sig", b"\1" * 256)
     r = install(signers, "/srv/app", "/usr/local/acme/", uid=1000)
     assert r.status == 7
-    assert r.stdout == BANNER + (b"Signature check failed.\n"
+    assert r.stdout == (b"Signature check failed.\n"
                                  b"Failed to delete invalid data/executable: /srv/app.\n")
     assert signers.exists("/srv/app") and signers.exists("/srv/app.sig")
 

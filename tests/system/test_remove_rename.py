@@ -1,7 +1,7 @@
 """Removing and renaming installed files: the pair stays together, ownership decides who may."""
 import pytest
 
-from helpers import BANNER
+from helpers import provision, run_cmd
 
 
 @pytest.fixture
@@ -10,7 +10,7 @@ def installed(term):
     for name, uid, gid in [("mine", 0, 500), ("theirs", 500, 500), ("roots", 0, 0)]:
         term.write(f"/usr/local/app/{name}", b"data", uid=uid, gid=gid)
         term.write(f"/usr/local/app/{name}.sig", b"s" * 256, uid=uid, gid=gid)
-    term.install_cert("acme")
+    provision(term, "acme")
     return term
 
 
@@ -28,28 +28,28 @@ def installed(term):
 )
 def test_remove_follows_owner_and_group(installed, uid, gid, name, status):
     path = f"/usr/local/app/{name}"
-    r = installed.run(["--remove", path], uid=uid, gid=gid)
+    r = run_cmd(installed, ["--remove", path], uid=uid, gid=gid)
     if status == 0:
-        assert (r.status, r.stdout) == (0, BANNER + b"File removed.\n")
+        assert (r.status, r.stdout) == (0, b"File removed.\n")
         assert not installed.exists(path) and not installed.exists(path + ".sig")
     else:
-        assert (r.status, r.stdout) == (6, BANNER + f"Access denied: {path}.\n".encode())
+        assert (r.status, r.stdout) == (6, f"Access denied: {path}.\n".encode())
         assert installed.exists(path) and installed.exists(path + ".sig")
     assert installed.usr_local_readonly()
 
 
 def test_certificate_is_removed_alone(installed):
     installed.write("/usr/local/share/certs/acme.crt.sig", b"keep")
-    r = installed.run(["--remove", "/usr/local/share/certs/acme.crt"])
-    assert (r.status, r.stdout) == (0, BANNER + b"File removed.\n")
+    r = run_cmd(installed, ["--remove", "/usr/local/share/certs/acme.crt"])
+    assert (r.status, r.stdout) == (0, b"File removed.\n")
     assert not installed.exists("/usr/local/share/certs/acme.crt")
     assert installed.exists("/usr/local/share/certs/acme.crt.sig")
 
 
 def test_missing_signature_keeps_the_data_file(installed):
     installed.remove("/usr/local/app/roots.sig")
-    r = installed.run(["--remove", "/usr/local/app/roots"])
-    assert (r.status, r.stdout) == (9, BANNER)
+    r = run_cmd(installed, ["--remove", "/usr/local/app/roots"])
+    assert (r.status, r.stdout) == (9, b"")
     assert installed.exists("/usr/local/app/roots")
     assert installed.usr_local_readonly()
 
@@ -65,14 +65,14 @@ def test_missing_signature_keeps_the_data_file(installed):
 )
 def test_remove_outside_the_application_file_system_is_refused(installed, path, status, message):
     installed.symlink("/etc/passwd", "/usr/local/app/out")
-    r = installed.run(["--remove", path], uid=0)
-    assert (r.status, r.stdout) == (status, BANNER + message)
+    r = run_cmd(installed, ["--remove", path], uid=0)
+    assert (r.status, r.stdout) == (status, message)
     assert installed.exists("/etc/passwd")
 
 
 def test_rename_moves_the_pair(installed):
-    r = installed.run(["--rename", "/usr/local/app/mine", "/usr/local/app/mine2"], uid=500, gid=500)
-    assert (r.status, r.stdout) == (0, BANNER + b"File renamed.\n")
+    r = run_cmd(installed, ["--rename", "/usr/local/app/mine", "/usr/local/app/mine2"], uid=500, gid=500)
+    assert (r.status, r.stdout) == (0, b"File renamed.\n")
     assert installed.read("/usr/local/app/mine2") == b"data"
     assert installed.exists("/usr/local/app/mine2.sig")
     assert not installed.exists("/usr/local/app/mine") and not installed.exists("/usr/local/app/mine.sig")
@@ -80,8 +80,8 @@ def test_rename_moves_the_pair(installed):
 
 
 def test_rename_of_a_certificate_moves_it_alone(installed):
-    r = installed.run(["--rename", "/usr/local/share/certs/acme.crt", "/usr/local/share/certs/b.crt"])
-    assert (r.status, r.stdout) == (0, BANNER + b"File renamed.\n")
+    r = run_cmd(installed, ["--rename", "/usr/local/share/certs/acme.crt", "/usr/local/share/certs/b.crt"])
+    assert (r.status, r.stdout) == (0, b"File renamed.\n")
     assert installed.exists("/usr/local/share/certs/b.crt")
 
 
@@ -95,6 +95,6 @@ def test_rename_of_a_certificate_moves_it_alone(installed):
     ],
 )
 def test_rename_stays_in_its_directory(installed, new, status, message):
-    r = installed.run(["--rename", "/usr/local/app/roots", new])
-    assert (r.status, r.stdout) == (status, BANNER + message)
+    r = run_cmd(installed, ["--rename", "/usr/local/app/roots", new])
+    assert (r.status, r.stdout) == (status, message)
     assert installed.exists("/usr/local/app/roots") and installed.exists("/usr/local/app/roots.sig")

@@ -3,19 +3,19 @@ import subprocess
 
 import pytest
 
-from helpers import BANNER, signed_file
+from helpers import provision, run_cmd, signed_file
 
-OK = BANNER + b"Signed file can be installed.\n"
+OK = b"Signed file can be installed.\n"
 
 
 @pytest.fixture
 def acme(term):
-    term.install_cert("acme")
+    provision(term, "acme")
     return term
 
 
 def check(term, path="/tmp/app", dest="/usr/local/acme/", uid=0):
-    return term.run(["--install-check", path, dest], uid=uid)
+    return run_cmd(term, ["--install-check", path, dest], uid=uid)
 
 
 @pytest.mark.parametrize("size", [0, 1, 4095, 4096, 4097, 8192, 3 * 4096 + 5])
@@ -44,20 +44,20 @@ def test_bad_signature_files(acme, sig, status, message):
     if sig is not None:
         acme.write("/tmp/app.sig", sig)
     r = check(acme)
-    assert (r.status, r.stdout) == (status, BANNER + message)
+    assert (r.status, r.stdout) == (status, message)
 
 
 def test_tampered_file_is_refused_and_left_in_place(acme):
     signed_file(acme, "/tmp/app", "acme")
     acme.write("/tmp/app", b"payload!\n")
     r = check(acme)
-    assert (r.status, r.stdout) == (7, BANNER + b"Signature check failed.\n")
+    assert (r.status, r.stdout) == (7, b"Signature check failed.\n")
     assert acme.exists("/tmp/app") and acme.exists("/tmp/app.sig")
 
 
 def test_missing_file_is_invalid(acme):
     r = check(acme, path="/tmp/nothing")
-    assert (r.status, r.stdout) == (1, BANNER + b"Invalid file: /tmp/nothing\n")
+    assert (r.status, r.stdout) == (1, b"Invalid file: /tmp/nothing\n")
 
 
 def test_signer_in_system_directory_is_found(term):
@@ -68,7 +68,7 @@ def test_signer_in_system_directory_is_found(term):
 def test_bundle_of_roots_is_never_a_signer(term):
     signed_file(term, "/tmp/app", "root")
     r = check(term)
-    assert (r.status, r.stdout) == (7, BANNER + b"Signature check failed.\n")
+    assert (r.status, r.stdout) == (7, b"Signature check failed.\n")
 
 
 def test_store_is_searched_before_system_directory(term, pki, tmp_path):
@@ -77,7 +77,7 @@ def test_store_is_searched_before_system_directory(term, pki, tmp_path):
     subprocess.run(["openssl", "req", "-new", "-x509", "-key", pki.key_path("acme"), "-subj",
                     "/CN=zeta", "-days", "30", "-out", str(twin)], check=True, capture_output=True)
     term.write("/usr/ssl/twin.crt", twin.read_bytes())
-    term.install_cert("acme")
+    provision(term, "acme")
     signed_file(term, "/tmp/app", "acme")
     assert check(term, dest="/usr/local/acme/").status == 0
     assert check(term, dest="/usr/local/zeta/").status == 8
@@ -91,17 +91,17 @@ def test_unreadable_store_entry_stops_the_search(term, junk):
         term.mkdir("/usr/local/share/certs/sub", 0o755)
     signed_file(term, "/tmp/app", "OperatingSystem")
     r = check(term, dest="/usr/local/OperatingSystem/")
-    assert (r.status, r.stdout) == (9, BANNER + b"Failed to read certificate file.\n")
+    assert (r.status, r.stdout) == (9, b"Failed to read certificate file.\n")
 
 
 def test_key_of_other_type_is_passed_over(term):
-    term.install_cert("ec-signer")
+    provision(term, "ec-signer")
     signed_file(term, "/tmp/app", "OperatingSystem")
     assert check(term, dest="/usr/local/OperatingSystem/").status == 0
 
 
 def test_common_name_is_cut_at_first_slash(term):
-    term.install_cert("acme-slash")
+    provision(term, "acme-slash")
     signed_file(term, "/tmp/app", "acme-slash")
     assert check(term, dest="/usr/local/acme/").status == 0
 
@@ -118,7 +118,7 @@ def test_files_are_read_with_the_callers_rights(acme, file_mode, sig_mode, statu
     signed_file(acme, "/tmp/app", "acme", mode=file_mode)
     acme.chmod("/tmp/app.sig", sig_mode)
     r = check(acme, uid=1000)
-    assert (r.status, r.stdout) == (status, BANNER + message)
+    assert (r.status, r.stdout) == (status, message)
     assert check(acme, uid=0).status == 0
 
 
@@ -126,4 +126,4 @@ def test_file_behind_a_closed_directory_does_not_exist_for_the_caller(acme):
     acme.mkdir("/tmp/private", 0o700)
     signed_file(acme, "/tmp/private/app", "acme")
     r = check(acme, path="/tmp/private/app", uid=1000)
-    assert (r.status, r.stdout) == (1, BANNER + b"Invalid file: /tmp/private/app\n")
+    assert (r.status, r.stdout) == (1, b"Invalid file: /tmp/private/app\n")

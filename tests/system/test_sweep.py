@@ -1,23 +1,23 @@
 """The start-up sweep over "/usr/local/" and its completion mark."""
-from helpers import BANNER, signed_file
+from helpers import provision, run_cmd, signed_file
 
 
 def test_empty_tree_marks_completion(term):
-    r = term.run(["--authenticate"])
-    assert (r.status, r.stdout) == (0, BANNER)
+    r = run_cmd(term, ["--authenticate"])
+    assert (r.status, r.stdout) == (0, b"")
     assert term.read("/sys/kernel/security/ids/task_init") == b"1"
     assert term.usr_local_readonly()
 
 
 def test_sweep_keeps_signed_files_and_deletes_the_rest(term):
-    term.install_cert("acme")
+    provision(term, "acme")
     signed_file(term, "/usr/local/share/good", "acme")
     signed_file(term, "/usr/local/share/sub/deep/bad", "acme")
     term.write("/usr/local/share/sub/deep/bad", b"tampered")
     term.write("/usr/local/share/unsigned", b"x")
     term.write("/usr/local/share/orphan.sig", b"s" * 256)
     term.write("/usr/local/share/sub/.sig", b"s" * 256)
-    r = term.run(["--authenticate"])
+    r = run_cmd(term, ["--authenticate"])
     assert r.status == 0
     out = r.stdout
     for piece in [
@@ -43,17 +43,17 @@ def test_sweep_keeps_signed_files_and_deletes_the_rest(term):
 
 def test_signature_in_the_store_is_swept_as_orphaned(term):
     term.write("/usr/local/share/certs/lost.crt.sig", b"s" * 256)
-    r = term.run(["--authenticate"])
+    r = run_cmd(term, ["--authenticate"])
     assert (r.status, r.stdout) == (
-        0, BANNER + b"/usr/local/share/certs/lost.crt.sig - signature - orphaned - delete\n")
+        0, b"/usr/local/share/certs/lost.crt.sig - signature - orphaned - delete\n")
     assert not term.exists("/usr/local/share/certs/lost.crt.sig")
 
 
 def test_unreadable_signature_counts_as_invalid(term):
-    term.install_cert("acme")
+    provision(term, "acme")
     signed_file(term, "/usr/local/share/app", "acme")
     term.chmod("/usr/local/share/app.sig", 0o000)
-    r = term.run(["--authenticate"], uid=1000)
+    r = run_cmd(term, ["--authenticate"], uid=1000)
     assert b"/usr/local/share/app - data/executableCannot access signature file: " \
            b"/usr/local/share/app.sig\n - invalid signature - delete\n" in r.stdout
     assert not term.exists("/usr/local/share/app")
@@ -62,8 +62,8 @@ def test_unreadable_signature_counts_as_invalid(term):
 def test_failed_remount_stops_the_sweep(term):
     term.write("/usr/local/share/unsigned", b"x")
     term.break_remount()
-    r = term.run(["--authenticate"])
-    assert (r.status, r.stdout) == (9, BANNER + b"/usr/local/share/unsigned - data/executable"
+    r = run_cmd(term, ["--authenticate"])
+    assert (r.status, r.stdout) == (9, b"/usr/local/share/unsigned - data/executable"
                                     b" - missing signature - delete\n"
                                     b"Failed to delete unsigned file: /usr/local/share/unsigned.\n")
     assert term.exists("/usr/local/share/unsigned")
