@@ -53,4 +53,10 @@ inline constexpr const char* kbpk_state_prefix = "/home/orvin/.sapi/.KBPK";
 inline constexpr const char* kbpk_flag_prefix = "/home/orvin/.sapi/.FLAG";
 // --- end of key management ---
 
+// --- Certificates (src/certs): restored certificates and their temporary copies ---
+inline constexpr const char* terminal_cert = "/usr/local/share/certs/terminal.crt";
+inline constexpr const char* tmp_prod_sign_cert = "/tmp/prod-sign.crt";
+inline constexpr const char* tmp_terminal_cert = "/tmp/terminal.crt";
+// --- end of certificates ---
+
 }  // namespace paths

@@ -41,14 +41,6 @@ def test_sweep_keeps_signed_files_and_deletes_the_rest(term):
     assert term.usr_local_readonly()
 
 
-def test_signature_in_the_store_is_swept_as_orphaned(term):
-    term.write("/usr/local/share/certs/lost.crt.sig", b"s" * 256)
-    r = run_cmd(term, ["--authenticate"])
-    assert (r.status, r.stdout) == (
-        0, b"/usr/local/share/certs/lost.crt.sig - signature - orphaned - delete\n")
-    assert not term.exists("/usr/local/share/certs/lost.crt.sig")
-
-
 def test_unreadable_signature_counts_as_invalid(term):
     provision(term, "acme")
     signed_file(term, "/usr/local/share/app", "acme")

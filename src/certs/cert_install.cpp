@@ -1,0 +1,236 @@
+// Placing certificates into the certificate store.
+#include "certs/cert_install.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include "base/caller.hpp"
+#include "base/fd.hpp"
+#include "base/ossl.hpp"
+#include "base/paths.hpp"
+#include "base/shared.hpp"
+#include "certs/cert_user.hpp"
+#include "system/osfs.hpp"
+#include "verify/cert_chain.hpp"
+#include "verify/x509_name.hpp"
+
+namespace {
+
+using DirPtr = std::unique_ptr<DIR, Deleter<closedir>>;
+
+constexpr mode_t installed_cert_mode = 0444;
+// Longer entry names are not certificates this program placed.
+constexpr std::size_t max_entry_name = 256;
+
+// Nobody may sign with these through a certificate placed in the store.
+bool reserved_cn(const std::string& cn) {
+    return cn == "SuperRoot" || cn == "OperatingSystem";
+}
+
+// The certificate is written beside its final place under a temporary name and renamed in, so the
+// store never holds a half-written certificate; a failure removes it. O_EXCL (which also refuses a
+// symbolic link) keeps anything planted from redirecting the write.
+class StagedCert {
+  public:
+    explicit StagedCert(const std::string& destination) : name_(destination + ".XXXXXX") {
+        fd_.reset(mkostemp(name_.data(), O_CLOEXEC | O_NOFOLLOW));
+    }
+    ~StagedCert() {
+        if (fd_) {
+            unlink(name_.c_str());
+        }
+    }
+    StagedCert(const StagedCert&) = delete;
+    StagedCert& operator=(const StagedCert&) = delete;
+
+    [[nodiscard]] int fd() const { return fd_.get(); }
+    [[nodiscard]] bool valid() const { return fd_.valid(); }
+
+    [[nodiscard]] bool publish(const std::string& destination) {
+        if (rename(name_.c_str(), destination.c_str()) != 0) {
+            return false;
+        }
+        fd_.reset();
+        return true;
+    }
+
+  private:
+    std::string name_;
+    UniqueFd fd_;
+};
+
+// One PEM block of type CERTIFICATE: whatever else the source held stays behind.
+bool write_pem(int fd, const X509* cert) {
+    ERR_clear_error();
+    BioPtr bio(BIO_new_fd(fd, BIO_NOCLOSE));
+    const bool ok = bio && PEM_write_bio_X509(bio.get(), cert) == 1 && BIO_flush(bio.get()) == 1;
+    ERR_clear_error();
+    return ok;
+}
+
+// Another stored certificate under the same common name would make signers ambiguous.
+ExitStatus scan_for_cn(const std::string& cn) {
+    DirPtr dir(opendir(paths::cert_store));
+    if (!dir) {
+        std::puts("FATAL: Directory listing failed.");
+        return ST_FAILURE;
+    }
+    while (const dirent* e = readdir(dir.get())) {
+        const char* name = e->d_name;
+        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 ||
+            std::strlen(name) > max_entry_name) {
+            continue;
+        }
+        const std::string entry = std::string(paths::cert_store) + name;
+        std::string stored;
+        if (ExitStatus st = cert_read_cn(entry.c_str(), stored); st != ST_OK) {
+            return st;
+        }
+        if (stored == cn) {
+            std::printf("Certificate for %s already exists: %s\n", cn.c_str(), entry.c_str());
+            return ST_CN_EXISTS;
+        }
+    }
+    return ST_OK;
+}
+
+// The group that owns the application user's certificate; nothing for other certificates.
+ExitStatus owner_group(const std::string& cn, std::optional<gid_t>& group) {
+    group.reset();
+    if (cn != ids::app_user_name) {
+        return ST_OK;
+    }
+    const passwd* pw = getpwnam(ids::app_user_name);
+    if (pw == nullptr) {
+        std::fputs("FATAL: Failed to obtain user information.", stdout);
+        return ST_FAILURE;
+    }
+    group = pw->pw_gid;
+    return ST_OK;
+}
+
+ExitStatus write_store_file(const std::string& destination, const X509* cert,
+                            const std::optional<gid_t>& group) {
+    StagedCert staged(destination);
+    if (!staged.valid()) {
+        std::puts("Failed to open destination certificate file.");
+        return ST_FAILURE;
+    }
+    if (!write_pem(staged.fd(), cert)) {
+        std::puts("Failed to write destination certificate file.");
+        return ST_FAILURE;
+    }
+    if (group && fchown(staged.fd(), ids::root, *group) != 0) {
+        std::puts("Failed to set certificate user and group ID's.");
+        return ST_FAILURE;
+    }
+    if (fchmod(staged.fd(), installed_cert_mode) != 0) {
+        std::puts("Failed to set certificate permissions.");
+        return ST_FAILURE;
+    }
+    if (!staged.publish(destination)) {
+        std::puts("Failed to write destination certificate file.");
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+// The offered file is read once, with the caller's rights (D3); everything after works on what
+// was verified, however the file changes meanwhile (D6). A file that does not verify is deleted
+// as the caller could delete it himself (D2).
+ExitStatus verify_offered(const char* path, X509Ptr& cert) {
+    const ExitStatus st = cert_verify(path, OpenAs::caller, cert);
+    if (st == ST_CERT_INVALID && caller_unlink(path) != 0) {
+        std::printf("Failed to delete invalid certificate: %s.\n", path);
+    }
+    return st;
+}
+
+}  // namespace
+
+std::string cert_destination(const std::string& path) {
+    return std::string(paths::cert_store) + base_name(path);
+}
+
+ExitStatus cert_install_verify(const char* path, const X509* cert, std::string& cn) {
+    const std::string destination = cert_destination(path);
+    if (caller_access(destination.c_str(), F_OK)) {
+        std::printf("Destination certificate already exists: %s\n", destination.c_str());
+        return ST_EXISTS;
+    }
+    if (ExitStatus st = cert_cn(cert, cn); st != ST_OK) {
+        return st;
+    }
+    if (reserved_cn(cn)) {
+        std::puts("Invalid common name found in certificate file.");
+        return ST_CERT_INVALID;
+    }
+    return scan_for_cn(cn);
+}
+
+ExitStatus cert_install(const char* path, const X509* cert) {
+    const std::string destination = cert_destination(path);
+    const std::optional<std::string> cn = x509_subject_cn(cert);
+    if (!cn) {
+        std::puts("FATAL: No common name found in certificate file.");
+        return ST_FAILURE;
+    }
+    std::optional<gid_t> group;
+    if (ExitStatus st = owner_group(*cn, group); st != ST_OK) {
+        return st;
+    }
+    OsfsWritable writable;
+    if (!writable.ok()) {
+        std::fputs("FATAL: Internal filesystem call failed.", stdout);
+        return ST_FAILURE;
+    }
+    return write_store_file(destination, cert, group);
+}
+
+int cmd_cert_install_check(int /*argc*/, char** argv) {
+    const char* source = argv[2];
+    X509Ptr cert;
+    if (ExitStatus st = cert_verify(source, OpenAs::caller, cert); st != ST_OK) {
+        return st;
+    }
+    std::string cn;
+    if (ExitStatus st = cert_install_verify(source, cert.get(), cn); st != ST_OK) {
+        return st;
+    }
+    std::puts("Certificate can be installed.");
+    return ST_OK;
+}
+
+int cmd_cert_install(int /*argc*/, char** argv) {
+    const char* source = argv[2];
+    X509Ptr cert;
+    if (ExitStatus st = verify_offered(source, cert); st != ST_OK) {
+        return st;
+    }
+    std::string cn;
+    if (ExitStatus st = cert_install_verify(source, cert.get(), cn); st != ST_OK) {
+        return st;
+    }
+    if (int st = cert_adduser_cn(cn); st != ST_OK) {
+        std::printf("Failed to add user for certificate: %s.\n", source);
+        return st;
+    }
+    if (ExitStatus st = cert_install(source, cert.get()); st != ST_OK) {
+        std::printf("Failed to install certificate: %s.\n", source);
+        return st;
+    }
+    std::puts("Certificate installed.");
+    return ST_OK;
+}

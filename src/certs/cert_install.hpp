@@ -1,0 +1,23 @@
+// Placing certificates into the certificate store.
+#pragma once
+
+#include <string>
+
+#include <openssl/x509.h>
+
+#include "base/status.hpp"
+// cmd_cert_install_check and cmd_cert_install: both read only argv[2], the certificate file, so a
+// caller may pass a vector of its own.
+#include "certs/handlers.hpp"
+
+// "/usr/local/share/certs/" + the text after the last "/" of path.
+[[nodiscard]] std::string cert_destination(const std::string& path);
+
+// Whether cert, offered as path, may join the store: 0 with its common name, or 4 (name taken),
+// 3 (no or reserved common name), 5 (common name taken), 9, or the status of a stored file that
+// cannot be read. Prints its own messages.
+[[nodiscard]] ExitStatus cert_install_verify(const char* path, const X509* cert, std::string& cn);
+
+// Writes cert into the store under path's base name, mode 0444, and for the application user's
+// certificate with its group. 0 or 9, with its own messages.
+[[nodiscard]] ExitStatus cert_install(const char* path, const X509* cert);

@@ -1,0 +1,17 @@
+// Restoring missing certificates from nvram, and the trust-anchor flag that follows from them.
+#pragma once
+
+#include <optional>
+#include <string>
+
+// Puts "prod-sign.crt" and "terminal.crt" back into the store from nvram when missing; recomputes
+// orvin_rki_ca after a production-signing restore attempt. 0, or the first failed step's status.
+[[nodiscard]] int keys_init_cert();
+
+// 0 when the stored production-signing certificate was issued by "KeySigning", else 1. Prints and
+// changes nothing.
+[[nodiscard]] int orvin_rki_ca_check();
+
+// The certificate file's bytes from an nvram line (its last character is the line end), or
+// nothing for a value that is passed over: 4096 characters or more, odd length, not hexadecimal.
+[[nodiscard]] std::optional<std::string> cert_from_nvram_line(std::string line);

@@ -1,0 +1,73 @@
+// The start-up check every run goes through before a command runs.
+#include "front/consistency.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "base/caller.hpp"
+#include "base/paths.hpp"
+#include "base/shared.hpp"
+#include "base/status.hpp"
+#include "certs/cert_restore.hpp"
+#include "certs/cert_user.hpp"
+#include "system/walk.hpp"
+#include "verify/delete.hpp"
+
+namespace {
+
+constexpr mode_t state_dir_mode = 0700;
+
+constexpr const char* trust_anchors[] = {paths::anchor_bundle, paths::anchor_os, paths::anchor_rki};
+
+// The tools the commands cannot do without, in the order they are reported missing.
+constexpr const char* required_tools[] = {
+    paths::tool_adduser,   paths::tool_passwd, paths::tool_deluser, paths::tool_reboot,
+    paths::tool_nandwrite, paths::tool_mount,  paths::tool_umount,
+};
+
+// Any entry at the name will do; its existence is judged with root's rights, whoever asks (D3).
+bool state_dir_ready() {
+    struct stat st {};
+    return lstat(paths::state_dir, &st) == 0 || mkdir(paths::state_dir, state_dir_mode) == 0;
+}
+
+bool trust_anchors_readable() {
+    for (const char* anchor : trust_anchors) {
+        if (!caller_access(anchor, R_OK)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The anchor must match the installed production-signing certificate before anything is
+// verified against it.
+bool certificate_store_valid() {
+    orvin_rki_ca = orvin_rki_ca_check();
+    return walk_tree(paths::cert_store, ftw_process_certs) == 0;
+}
+
+bool tools_present() {
+    for (const char* tool : required_tools) {
+        if (!caller_access(tool, X_OK)) {
+            std::printf("Missing executable: %s\n", tool);
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int consistency_check() {
+    if (state_dir_ready() && trust_anchors_readable() && certificate_store_valid() &&
+        tools_present()) {
+        return ST_OK;
+    }
+    // The application file system can no longer be trusted: nothing on it may run.
+    clean_osfs();
+    std::puts("Consistency check failed.");
+    return ST_FAILURE;
+}

@@ -1,0 +1,45 @@
+// Certificate trust chains, and reading the common name that gives a certificate its role.
+#pragma once
+
+#include <string>
+
+#include <openssl/x509.h>
+#include <openssl/x509_vfy.h>
+
+#include "base/ossl.hpp"
+#include "base/status.hpp"
+
+// Whose rights open a certificate file: the program's own files (trust anchors, the certificate
+// store, its temporary files) with root's, files the caller names with the caller's (D3).
+enum class OpenAs { root, caller };
+
+// One PEM certificate, the first of the file. status is ST_OK with the certificate, 2 when the
+// file cannot be opened, 3 when it holds no PEM certificate. Prints nothing.
+struct CertFile {
+    ExitStatus status = ST_FAILURE;
+    X509Ptr cert;
+};
+[[nodiscard]] CertFile cert_read_file(const char* path, OpenAs who = OpenAs::root);
+
+// The trust-anchor file for cert (the default one for a null cert). Choosing the anchor for a
+// "prod-sign" certificate issued by "KeySigning" clears orvin_rki_ca for the rest of the run.
+[[nodiscard]] const char* cert_verify_ca_file(const X509* cert);
+
+// Verifies the chain of the certificate in path: 0, 2 (cannot be opened), 3 (no certificate, or
+// the chain fails), 9 (library failure), or the status of a damaged stored intermediate. With 0,
+// verified holds the very certificate that passed, so a caller installs what was checked (D6).
+[[nodiscard]] ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified);
+[[nodiscard]] ExitStatus cert_verify(const char* path);
+
+// Reads the certificate in path into cert and adds it to store when its common name is cn.
+// 0 (cert then stays with the caller, added or not), 2, 3 or 9.
+[[nodiscard]] ExitStatus cert_verify_extend(const char* path, X509Ptr& cert, const char* cn,
+                                            X509_STORE* store);
+
+// The subject common name of the certificate in path, cut at the first "/": 0, 2 or 3, each
+// failure with its message.
+[[nodiscard]] ExitStatus cert_read_cn(const char* path, std::string& cn, OpenAs who = OpenAs::root);
+
+// The same for a certificate already read: 0, or 3 with "No common name found in certificate
+// file.".
+[[nodiscard]] ExitStatus cert_cn(const X509* cert, std::string& cn);

@@ -1,0 +1,309 @@
+"""Certificate trust chains, the certificate store, the application user and the store sweep."""
+import os
+import stat
+
+import pytest
+
+from helpers import BANNER
+
+STORE = "/usr/local/share/certs/"
+OFFERED = "/tmp/offered.crt"
+GRANTED_DEVICES = ["/dev/beeper", "/dev/emvl1_uart", "/dev/fb0", "/dev/input/event0", "/dev/lp0",
+                   "/dev/mag-swipe", "/dev/power", "/dev/rtc0", "/dev/sapi0", "/dev/secpe",
+                   "/dev/ttymxc4", "/sys/power/state", "/dev/ttymxc0", "/dev/apple-co-pro",
+                   "/dev/mtd4"]
+LEDS = ["LED1:YELLOW:PIN1", "LED2:YELLOW:PIN2", "LED3:YELLOW:PIN3", "LED4:YELLOW:PIN4",
+        "LED5:YELLOW:PIN5", "LED6:YELLOW:PIN6", "LED7:RED", "LED8:GREEN", "LED9:BLUE:BLUETOOTH"]
+
+
+def verified(name):
+    return f"{STORE}{name} - certificate - verified\n".encode()
+
+
+def invalid(name, inside=b""):
+    return f"{STORE}{name} - certificate".encode() + inside + b" invalid - delete\n"
+
+
+def offer(term, role, path=OFFERED, extra=b"", uid=0):
+    term.write(path, term.pki.cert(role) + extra, uid=uid, gid=uid)
+    return path
+
+
+def store(term, *roles):
+    """Installs certificates by role and returns the sweep lines they print (in any order)."""
+    for role in roles:
+        term.install_cert(role)
+    return [verified(role + ".crt") for role in roles]
+
+
+def assert_run(r, status, sweep_lines, tail):
+    """Banner, the sweep's lines in directory order (any order here), then the command's text."""
+    assert r.status == status, r.stdout
+    assert r.stdout.startswith(BANNER) and r.stdout.endswith(tail), r.stdout
+    middle = r.stdout[len(BANNER):len(r.stdout) - len(tail)]
+    assert sorted(middle.splitlines(keepends=True)) == sorted(sweep_lines), r.stdout
+
+
+# ---- trust anchors by role -------------------------------------------------------------------
+
+@pytest.mark.parametrize("stored, role, status", [
+    # The installed production-signing certificate from "KeySigning" selects the bundle.
+    (("prod-sign",), "acme", 0),
+    (("prod-sign",), "rki-acme", 3),
+    # Without it the RKI CA is the anchor ...
+    ((), "rki-acme", 0),
+    ((), "acme", 3),
+    # ... except for the application user's and the tamper service's certificates.
+    ((), "root-main-user", 0),
+    ((), "detamper", 0),
+    # A "prod-sign" from "KeySigning" switches to the bundle itself; one from another CA does not.
+    ((), "prod-sign", 0),
+    ((), "prod-sign-other", 3),
+    # The application user's certificate needs its own intermediate.
+    (("prod-sign", "keysign-main-user"), "main-user", 0),
+    (("prod-sign",), "main-user", 3),
+])
+def test_each_role_is_verified_against_its_anchor(term, pki, stored, role, status):
+    pki.issue("root-main-user", "main-user", "root")
+    lines = store(term, *stored)
+    r = term.run(["--install-cert-check", offer(term, role)])
+    tail = b"Certificate can be installed.\n" if status == 0 else b""
+    assert_run(r, status, lines, tail)
+    assert term.exists(OFFERED)
+
+
+@pytest.mark.parametrize("switch_in_store, status", [(False, 0), (True, 3)])
+def test_verifying_keysigning_prod_sign_switches_the_anchor_for_the_rest_of_the_run(
+        term, switch_in_store, status):
+    # A copy under another name does not decide the flag at start; verifying it in the sweep does,
+    # and the RKI-issued certificate offered afterwards no longer verifies.
+    lines = []
+    if switch_in_store:
+        term.install_cert("prod-sign", "copy.crt")
+        lines = [verified("copy.crt")]
+    r = term.run(["--install-cert-check", offer(term, "rki-acme")])
+    assert_run(r, status, lines, b"Certificate can be installed.\n" if status == 0 else b"")
+
+
+def sweep_records(stdout, names):
+    """Each stored name's part of the sweep output, in the order the sweep visited them."""
+    starts = sorted((stdout.index(f"{STORE}{n} - certificate".encode()), n) for n in names)
+    bounds = [i for i, _ in starts] + [len(stdout)]
+    return [(n, stdout[bounds[k]:bounds[k + 1]]) for k, (_, n) in enumerate(starts)]
+
+
+@pytest.mark.parametrize("intermediate", ["prod-sign.crt", "keysign-main-user.crt"])
+@pytest.mark.parametrize("damage, inside", [
+    (b"not a certificate\n", b""),
+    (None, b"No common name found in certificate file.\n"),
+])
+def test_damaged_intermediate_fails_every_verification_while_present(term, pki, intermediate,
+                                                                     damage, inside):
+    term.write(STORE + intermediate, pki.cert("nocn") if damage is None else damage)
+    names = [intermediate, "detamper.crt", "a.crt", "z.crt"]
+    term.install_cert("detamper")
+    term.install_cert("detamper", "a.crt")
+    term.install_cert("detamper", "z.crt")
+    r = term.run(["--authenticate"])
+    assert r.status == 0
+    seen_damaged = False
+    for name, record in sweep_records(r.stdout, names):
+        if name == intermediate or not seen_damaged:
+            assert record == invalid(name, inside), record
+            assert not term.exists(STORE + name), name
+        else:
+            # Once the damaged file is gone, verification works again.
+            assert record == verified(name), record
+            assert term.exists(STORE + name), name
+        seen_damaged = seen_damaged or name == intermediate
+
+
+# ---- installing --------------------------------------------------------------------------------
+
+def test_install_writes_first_certificate_readonly_and_locks_again(term, pki):
+    lines = store(term, "prod-sign")
+    extra = b"trailing text\n" + pki.cert("detamper")
+    r = term.run(["--install-cert", offer(term, "acme", "/tmp/dir/acme-offered.crt", extra)],
+                 uid=1000)
+    assert_run(r, 0, lines, b"Certificate installed.\n")
+    installed = STORE + "acme-offered.crt"
+    assert term.read(installed) == pki.cert("acme")
+    st = term.lstat(installed)
+    assert (stat.S_IMODE(st.st_mode), st.st_uid, st.st_gid) == (0o444, 0, 0)
+    assert sorted(term_listing(term)) == ["acme-offered.crt", "prod-sign.crt"]
+    assert term.usr_local_readonly()
+
+
+def term_listing(term):
+    return os.listdir(term.path(STORE))
+
+
+def test_install_without_slash_uses_the_name_itself(term):
+    lines = store(term, "prod-sign")
+    offer(term, "acme", "/tmp/plain.crt")
+    r = term.run(["--install-cert", "plain.crt"], cwd="/tmp")
+    assert_run(r, 0, lines, b"Certificate installed.\n")
+    assert term.exists(STORE + "plain.crt")
+
+
+@pytest.mark.parametrize("existing, status, message", [
+    ("offered.crt", 4, b"Destination certificate already exists: /usr/local/share/certs/offered.crt\n"),
+    ("acme.crt", 5, b"Certificate for acme already exists: /usr/local/share/certs/acme.crt\n"),
+])
+@pytest.mark.parametrize("command", ["--install-cert-check", "--install-cert"])
+def test_duplicate_name_or_common_name_is_refused(term, existing, status, message, command):
+    lines = store(term, "prod-sign")
+    term.install_cert("acme", existing)
+    lines.append(verified(existing))
+    before = sorted(term_listing(term))
+    r = term.run([command, offer(term, "acme")])
+    assert_run(r, status, lines, message)
+    assert sorted(term_listing(term)) == before
+    assert term.exists(OFFERED)
+
+
+@pytest.mark.parametrize("role", ["SuperRoot", "OperatingSystem"])
+@pytest.mark.parametrize("command", ["--install-cert-check", "--install-cert"])
+def test_reserved_common_names_are_refused_and_kept(term, role, command):
+    lines = store(term, "prod-sign")
+    r = term.run([command, offer(term, role)])
+    assert_run(r, 3, lines, b"Invalid common name found in certificate file.\n")
+    assert term.exists(OFFERED)
+    assert not term.exists(STORE + "offered.crt")
+
+
+@pytest.mark.parametrize("command, kept", [("--install-cert-check", True), ("--install-cert", False)])
+@pytest.mark.parametrize("content", [b"", b"not a certificate\n"])
+def test_file_that_is_no_certificate_is_deleted_only_by_install(term, command, kept, content):
+    term.write(OFFERED, content, uid=1000, gid=1000)
+    r = term.run([command, OFFERED], uid=1000)
+    assert (r.status, r.stdout) == (3, BANNER)
+    assert term.exists(OFFERED) == kept
+
+
+def test_rejected_file_the_caller_cannot_delete_stays(term):
+    # D2: the caller's rights decide; the status is the same as after a deletion.
+    term.mkdir("/tmp/locked", 0o755)
+    term.write("/tmp/locked/bad.crt", b"junk", mode=0o644)
+    r = term.run(["--install-cert", "/tmp/locked/bad.crt"], uid=1000)
+    assert (r.status, r.stdout) == (
+        3, BANNER + b"Failed to delete invalid certificate: /tmp/locked/bad.crt.\n")
+    assert term.exists("/tmp/locked/bad.crt")
+
+
+def test_offered_file_is_read_with_the_callers_rights(term):
+    store(term, "prod-sign")
+    offer(term, "acme")
+    term.chmod(OFFERED, 0o600)
+    r = term.run(["--install-cert", OFFERED], uid=1000)
+    assert r.status == 2 and r.stdout.endswith(b"FATAL: Failed to open certificate file.\n")
+    assert not term.exists(STORE + "offered.crt")
+
+
+def test_store_entry_that_is_no_certificate_blocks_installation(term):
+    lines = store(term, "prod-sign")
+    term.mkdir(STORE + "sub")
+    r = term.run(["--install-cert", offer(term, "detamper")])
+    assert_run(r, 3, lines, b"Failed to read certificate file.\n")
+    assert not term.exists(STORE + "offered.crt")
+
+
+def test_failed_remount_prints_on_the_same_line(term):
+    store(term, "prod-sign")
+    term.break_remount()
+    r = term.run(["--install-cert", offer(term, "acme")])
+    assert r.status == 9
+    assert r.stdout.endswith(b"FATAL: Internal filesystem call failed.Failed to install "
+                             b"certificate: /tmp/offered.crt.\n")
+
+
+# ---- the application user ------------------------------------------------------------------------
+
+@pytest.mark.parametrize("serial_console", [False, True])
+def test_main_user_certificate_creates_the_account_and_grants_devices(make_term, pki, serial_console):
+    term = make_term(main_user=False)
+    term.set_serial_console(serial_console)
+    lines = store(term, "prod-sign", "keysign-main-user")
+    r = term.run(["--install-cert", offer(term, "main-user")])
+    assert_run(r, 0, lines, b"Certificate installed.\n")
+    assert [c.argv for c in term.calls("/bin/adduser")] == [[b"adduser", b"-D", b"-u500", b"main-user"]]
+    expected_passwd = [[b"passwd", b"-d", b"main-user"]] if serial_console else []
+    assert [c.argv for c in term.calls("/usr/bin/passwd")] == expected_passwd
+    assert_granted(term)
+    st = term.lstat(STORE + "offered.crt")
+    assert (stat.S_IMODE(st.st_mode), st.st_uid, st.st_gid) == (0o444, 0, 500)
+
+    # Every later run applies the grants again but leaves the account alone.
+    term.clear_calls()
+    term.chown("/dev/fb0", 0, 0)
+    r = term.run(["--install-cert-check", offer(term, "detamper", "/tmp/d.crt")])
+    assert r.status == 0
+    assert verified("offered.crt") in r.stdout
+    assert term.calls("/bin/adduser") == [] and term.calls("/usr/bin/passwd") == []
+    assert term.lstat("/dev/fb0").st_gid == 500
+
+
+def assert_granted(term):
+    for dev in GRANTED_DEVICES:
+        st = term.lstat(dev)
+        assert (st.st_uid, st.st_gid) == (0, 500), dev
+    for led in LEDS:
+        for attr in ("brightness", "delay_on", "delay_off"):
+            st = term.lstat(f"/sys/class/leds/{led}/{attr}")
+            assert (st.st_uid, st.st_gid, stat.S_IMODE(st.st_mode)) == (0, 500, 0o660), (led, attr)
+    assert (term.lstat("/dev/mtd5").st_gid, term.lstat("/dev/mtdblock12").st_gid) == (0, 0)
+
+
+def test_absent_devices_are_passed_over(term):
+    for gone in ("/dev/lp0", "/sys/class/leds/LED7:RED"):
+        term.remove(gone)
+    lines = store(term, "prod-sign", "keysign-main-user")
+    r = term.run(["--install-cert", offer(term, "main-user")])
+    assert_run(r, 0, lines, b"Certificate installed.\n")
+    assert term.lstat("/dev/apple-co-pro").st_gid == 500
+    assert term.lstat("/sys/class/leds/LED9:BLUE:BLUETOOTH/delay_off").st_gid == 500
+
+
+def test_missing_screens_partition_fails_the_user_rule(term):
+    term.write("/proc/mtd", b"dev:    size   erasesize  name\nmtd5: 04000000 00020000 \"os-update\"\n",
+               0o444)
+    lines = store(term, "prod-sign", "keysign-main-user")
+    r = term.run(["--install-cert", offer(term, "main-user")])
+    assert_run(r, 9, lines, b"Failed to determine the MTD device.\n"
+                            b"Failed to add user for certificate: /tmp/offered.crt.\n")
+    assert not term.exists(STORE + "offered.crt")
+
+
+def test_failed_adduser_keeps_the_certificate_out(make_term):
+    term = make_term(main_user=False)
+    store(term, "prod-sign", "keysign-main-user")
+    term.tool_fails("/bin/adduser", exit=1)
+    r = term.run(["--install-cert", offer(term, "main-user")])
+    assert r.status == 9
+    assert r.stdout.endswith(b"Failed to add user for certificate: /tmp/offered.crt.\n")
+    assert not term.exists(STORE + "offered.crt")
+
+
+def test_other_common_names_touch_no_account_or_device(make_term):
+    term = make_term(main_user=False)
+    store(term, "prod-sign")
+    r = term.run(["--install-cert", offer(term, "acme")])
+    assert r.status == 0
+    assert term.calls() == []
+    assert term.lstat("/dev/fb0").st_gid == 0
+
+
+# ---- the sweep ------------------------------------------------------------------------------
+
+def test_sweep_deletes_what_no_longer_verifies_and_keeps_the_rest(term):
+    lines = store(term, "prod-sign", "acme")
+    term.write(STORE + "junk.crt", b"junk")
+    term.write(STORE + "sub/rki.crt", term.pki.cert("rki-acme"))
+    term.write(STORE + "sub/deep/good.crt", term.pki.cert("detamper"))
+    r = term.run(["--install-cert-check", offer(term, "rki-acme")])
+    assert_run(r, 3, lines + [invalid("junk.crt"), invalid("sub/rki.crt"),
+                              verified("sub/deep/good.crt")], b"")
+    assert not term.exists(STORE + "junk.crt") and not term.exists(STORE + "sub/rki.crt")
+    assert term.exists(STORE + "acme.crt") and term.exists(STORE + "sub/deep/good.crt")
+    assert term.exists(STORE + "sub/deep")
+    assert term.usr_local_readonly()

@@ -1,0 +1,142 @@
+"""The start-up check every run goes through before its command."""
+import stat
+
+import pytest
+
+from helpers import BANNER, usage
+
+FAILED = b"Consistency check failed.\n"
+APP_FILES = ["/usr/local/share/data", "/usr/local/acme/bin/app", "/usr/local/acme/bin/app.sig",
+             "/usr/local/share/certs/detamper.crt"]
+APP_DIRS = ["/usr/local/share", "/usr/local/acme/bin", "/usr/local/share/certs"]
+TOOLS = ["/bin/adduser", "/usr/bin/passwd", "/bin/deluser", "/sbin/reboot", "/usr/bin/nandwrite",
+         "/bin/mount", "/bin/umount"]
+
+
+def fill_application_fs(term):
+    for f in APP_FILES[:-1]:
+        term.write(f, b"x")
+    term.install_cert("detamper")
+    term.symlink("/etc/passwd", "/usr/local/share/link")
+
+
+def assert_emptied(term):
+    for f in APP_FILES + ["/usr/local/share/link"]:
+        assert not term.exists(f), f
+    for d in APP_DIRS:
+        assert stat.S_ISDIR(term.lstat(d).st_mode), d
+    assert term.exists("/etc/passwd")
+    assert term.usr_local_readonly()
+
+
+def test_sound_terminal_passes_and_creates_the_state_directory(term):
+    term.install_cert("detamper")
+    r = term.run([])
+    assert (r.status, r.stdout) == (
+        1, BANNER + b"/usr/local/share/certs/detamper.crt - certificate - verified\n" + usage())
+    st = term.lstat("/home/orvin/.sapi")
+    assert stat.S_ISDIR(st.st_mode) and stat.S_IMODE(st.st_mode) == 0o700
+
+
+def test_state_entry_of_any_type_is_accepted(term):
+    term.write("/home/orvin/.sapi", b"")
+    r = term.run(["--install-cert-check", "/tmp/none"])
+    assert (r.status, r.stdout) == (2, BANNER + b"FATAL: Failed to open certificate file.\n")
+
+
+@pytest.mark.parametrize("tool", TOOLS)
+@pytest.mark.parametrize("how", ["missing", "not executable"])
+def test_missing_executable_fails_and_empties_the_application_fs(term, tool, how):
+    fill_application_fs(term)
+    if how == "missing":
+        term.remove_tool(tool)
+    else:
+        term.chmod(tool, 0o644)
+    r = term.run(["--install-cert-check", "/tmp/none"])
+    assert (r.status, r.stdout) == (
+        9, BANNER + b"/usr/local/share/certs/detamper.crt - certificate - verified\n"
+        + f"Missing executable: {tool}\n".encode() + FAILED)
+    assert_emptied(term)
+
+
+def test_first_missing_executable_is_the_one_reported(term):
+    term.remove_tool("/bin/umount")
+    term.remove_tool("/usr/bin/passwd")
+    r = term.run([])
+    assert (r.status, r.stdout) == (9, BANNER + b"Missing executable: /usr/bin/passwd\n" + FAILED)
+
+
+@pytest.mark.parametrize("anchor", ["/usr/ssl/cert.pem", "/usr/ssl/OS.4-1-1.FSL.X509.crt",
+                                    "/usr/ssl/Orvin-RKI-CA.crt"])
+def test_missing_trust_anchor_fails_silently(term, anchor):
+    fill_application_fs(term)
+    term.remove(anchor)
+    r = term.run([])
+    assert (r.status, r.stdout) == (9, BANNER + FAILED)
+    assert_emptied(term)
+
+
+@pytest.mark.parametrize("uid, status", [(0, 1), (1000, 9)])
+def test_trust_anchors_are_tested_with_the_callers_rights(term, uid, status):
+    # D3: root reads anything, the caller only what he may.
+    term.chmod("/usr/ssl/OS.4-1-1.FSL.X509.crt", 0o600)
+    r = term.run([], uid=uid)
+    assert r.status == status
+    assert r.stdout.endswith(FAILED if status == 9 else usage())
+
+
+@pytest.mark.parametrize("uid, status", [(0, 1), (1000, 9)])
+def test_executables_are_tested_with_the_callers_rights(term, uid, status):
+    term.chmod("/bin/deluser", 0o700)
+    r = term.run([], uid=uid)
+    assert r.status == status
+    assert (b"Missing executable: /bin/deluser\n" + FAILED in r.stdout) == (status == 9)
+
+
+def test_state_directory_that_cannot_be_made_fails(term):
+    fill_application_fs(term)
+    term.remove("/home/orvin")
+    r = term.run([])
+    assert (r.status, r.stdout) == (9, BANNER + FAILED)
+    assert_emptied(term)
+
+
+def test_missing_certificate_store_fails(term):
+    term.write("/usr/local/acme/app", b"x")
+    term.remove("/usr/local/share/certs")
+    r = term.run([])
+    assert (r.status, r.stdout) == (9, BANNER + FAILED)
+    assert not term.exists("/usr/local/acme/app")
+
+
+def test_invalid_certificate_is_deleted_and_the_check_passes(term):
+    term.write("/usr/local/share/certs/old.crt", term.pki.cert("acme"))
+    r = term.run([])
+    assert (r.status, r.stdout) == (
+        1, BANNER + b"/usr/local/share/certs/old.crt - certificate invalid - delete\n" + usage())
+    assert not term.exists("/usr/local/share/certs/old.crt")
+
+
+def test_invalid_certificate_that_cannot_be_deleted_fails(term):
+    term.write("/usr/local/share/certs/old.crt", term.pki.cert("acme"))
+    term.break_remount()
+    r = term.run([])
+    assert (r.status, r.stdout) == (
+        9, BANNER + b"/usr/local/share/certs/old.crt - certificate invalid - deleteFailed to delete "
+        b"invalid certificate: /usr/local/share/certs/old.crt.\n" + FAILED)
+    assert term.exists("/usr/local/share/certs/old.crt")
+
+
+def test_failed_user_rule_fails_the_check(term):
+    term.install_cert("prod-sign")
+    term.install_cert("keysign-main-user")
+    term.install_cert("main-user")
+    term.write("/proc/mtd", b"dev:    size   erasesize  name\n", 0o444)
+    r = term.run([])
+    assert r.status == 9
+    assert b"/usr/local/share/certs/main-user.crt - certificate - verifiedFailed to determine the " \
+           b"MTD device.\nFailed to add user for certificate: /usr/local/share/certs/main-user.crt.\n" \
+           in r.stdout
+    assert r.stdout.endswith(FAILED)
+    assert not term.exists("/usr/local/share/certs/main-user.crt")
+    assert not term.exists("/usr/local/share/certs/prod-sign.crt")
