@@ -1,11 +1,13 @@
-// Test driver: runs one system wrapper by name inside the simulated terminal, so tests can see
-// the exact argument vectors and results of wrappers no command reaches yet.
+// Test driver: runs one system wrapper or start-up step by name inside the simulated terminal, so
+// tests can see the exact argument vectors and effects of code no command reaches yet.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "base/caller.hpp"
+#include "base/shared.hpp"
+#include "certs/cert_restore.hpp"
 #include "front/process.hpp"
 #include "system/mtd.hpp"
 #include "system/osfs.hpp"
@@ -44,6 +46,13 @@ int dispatch(int argc, char** argv) {
     }
     if (op == "nandwrite") return sys_nandwrite(arg(2), arg(3));
     if (op == "unlock") return sys_unlock_osfs();
+    if (op == "keys-init-cert") {
+        // As the start-up check leaves it before any command runs.
+        orvin_rki_ca = orvin_rki_ca_check();
+        int st = keys_init_cert();
+        std::printf("rki=%d\n", orvin_rki_ca);
+        return st;
+    }
     if (op == "lock") {
         sys_lock_osfs();
         return 0;

@@ -92,3 +92,15 @@ def test_closed_standard_descriptors_are_reopened(term):
     r = term.run(["--install-check", "/tmp/app", "/usr/local/acme/"], close_fds=(0, 1, 2))
     assert r.status == 0
     assert term.read("/tmp/app") == b"payload\n"
+
+
+def test_tools_started_by_a_run_see_only_the_fixed_environment(make_term):
+    # D5 and D1: the start-up check creates the application user; whatever the caller handed
+    # over, the tool runs as root with PATH alone and descriptors 0 to 2.
+    term = make_term(main_user=False)
+    provision(term, "main-user")
+    term.run([], uid=1000, keep_fds=(4, 9), env={"PATH": "/tmp", "LD_PRELOAD": "/tmp/x.so"})
+    (call,) = term.calls("/bin/adduser")
+    assert call.env == [b"PATH=/usr/sbin:/usr/bin:/sbin:/bin"]
+    assert call.fds == [0, 1, 2]
+    assert (call.uid, call.euid, call.gid, call.egid) == (0, 0, 0, 0)
