@@ -23,6 +23,7 @@
 #include "base/shared.hpp"
 #include "certs/cert_user.hpp"
 #include "system/osfs.hpp"
+#include "system/staged_file.hpp"
 #include "verify/cert_chain.hpp"
 #include "verify/x509_name.hpp"
 
@@ -38,38 +39,6 @@ constexpr std::size_t max_entry_name = 256;
 bool reserved_cn(const std::string& cn) {
     return cn == "SuperRoot" || cn == "OperatingSystem";
 }
-
-// The certificate is written beside its final place under a temporary name and renamed in, so the
-// store never holds a half-written certificate; a failure removes it. O_EXCL (which also refuses a
-// symbolic link) keeps anything planted from redirecting the write.
-class StagedCert {
-  public:
-    explicit StagedCert(const std::string& destination) : name_(destination + ".XXXXXX") {
-        fd_.reset(mkostemp(name_.data(), O_CLOEXEC | O_NOFOLLOW));
-    }
-    ~StagedCert() {
-        if (fd_) {
-            unlink(name_.c_str());
-        }
-    }
-    StagedCert(const StagedCert&) = delete;
-    StagedCert& operator=(const StagedCert&) = delete;
-
-    [[nodiscard]] int fd() const { return fd_.get(); }
-    [[nodiscard]] bool valid() const { return fd_.valid(); }
-
-    [[nodiscard]] bool publish(const std::string& destination) {
-        if (rename(name_.c_str(), destination.c_str()) != 0) {
-            return false;
-        }
-        fd_.reset();
-        return true;
-    }
-
-  private:
-    std::string name_;
-    UniqueFd fd_;
-};
 
 // One PEM block of type CERTIFICATE: whatever else the source held stays behind.
 bool write_pem(int fd, const X509* cert) {
@@ -123,7 +92,7 @@ ExitStatus owner_group(const std::string& cn, std::optional<gid_t>& group) {
 
 ExitStatus write_store_file(const std::string& destination, const X509* cert,
                             const std::optional<gid_t>& group) {
-    StagedCert staged(destination);
+    StagedFile staged(destination);
     if (!staged.valid()) {
         std::puts("Failed to open destination certificate file.");
         return ST_FAILURE;

@@ -17,6 +17,7 @@
 #include "install/handlers.hpp"
 #include "install/policy.hpp"
 #include "system/osfs.hpp"
+#include "system/staged_file.hpp"
 #include "verify/delete.hpp"
 #include "verify/signature.hpp"
 
@@ -31,37 +32,6 @@ constexpr mode_t created_dir_mode = 0555;
 struct Ownership {
     bool app_group = false;
     gid_t gid = 0;
-};
-
-// A file being written under a temporary name beside its final place (D8): readers never see it
-// half written, and a failure removes it.
-class StagedFile {
-public:
-    explicit StagedFile(const std::string& final_path) : template_(final_path + ".XXXXXX") {
-        fd_.reset(mkostemp(template_.data(), O_CLOEXEC));
-    }
-    ~StagedFile() {
-        if (fd_) {
-            unlink(template_.c_str());
-        }
-    }
-    StagedFile(const StagedFile&) = delete;
-    StagedFile& operator=(const StagedFile&) = delete;
-
-    [[nodiscard]] int fd() const { return fd_.get(); }
-    [[nodiscard]] bool valid() const { return fd_.valid(); }
-
-    [[nodiscard]] bool publish(const std::string& final_path) {
-        if (rename(template_.c_str(), final_path.c_str()) != 0) {
-            return false;
-        }
-        fd_.reset();
-        return true;
-    }
-
-private:
-    std::string template_;
-    UniqueFd fd_;
 };
 
 // Copies exactly size bytes of the source, opened with the caller's rights (D3), into out,
