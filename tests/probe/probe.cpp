@@ -1,16 +1,15 @@
 // Test driver: runs one system wrapper or start-up step by name inside the simulated terminal, so
 // tests can see the exact argument vectors and effects of code no command reaches yet.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "base/caller.hpp"
 #include "base/shared.hpp"
 #include "certs/cert_restore.hpp"
 #include "front/process.hpp"
 #include "system/mtd.hpp"
-#include "system/osfs.hpp"
 #include "system/tools.hpp"
 
 namespace {
@@ -35,8 +34,12 @@ int dispatch(int argc, char** argv) {
         std::printf("line=%s", line ? line->c_str() : "(none)\n");
         return st;
     }
-    if (op == "chown") return sys_chown(arg(2), std::atoi(arg(3)), std::atoi(arg(4)));
-    if (op == "chmod") return sys_chmod(arg(2), static_cast<mode_t>(std::strtol(arg(3), nullptr, 8)));
+    if (op == "run") {
+        // Printed, not yet flushed: it must still come before the tool's own output.
+        std::printf("before-");
+        const std::vector<const char*> vector(argv + 3, argv + argc);
+        return sys_run_tool(arg(2), vector, ForkFailure::return_failure);
+    }
     if (op == "led") return set_led_permissions(arg(2));
     if (op == "get-mtd") {
         std::string dev = "unset";
@@ -45,17 +48,12 @@ int dispatch(int argc, char** argv) {
         return st;
     }
     if (op == "nandwrite") return sys_nandwrite(arg(2), arg(3));
-    if (op == "unlock") return sys_unlock_osfs();
     if (op == "keys-init-cert") {
         // As the start-up check leaves it before any command runs.
         orvin_rki_ca = orvin_rki_ca_check();
         int st = keys_init_cert();
         std::printf("rki=%d\n", orvin_rki_ca);
         return st;
-    }
-    if (op == "lock") {
-        sys_lock_osfs();
-        return 0;
     }
     std::printf("unknown probe %s\n", op.c_str());
     return 2;

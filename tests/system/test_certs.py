@@ -36,6 +36,10 @@ def store(term, *roles):
     return [verified(role + ".crt") for role in roles]
 
 
+def term_listing(term):
+    return os.listdir(term.path(STORE))
+
+
 def assert_run(r, status, sweep_lines, tail):
     """Banner, the sweep's lines in directory order (any order here), then the command's text."""
     assert r.status == status, r.stdout
@@ -132,10 +136,6 @@ def test_install_writes_first_certificate_readonly_and_locks_again(term, pki):
     assert (stat.S_IMODE(st.st_mode), st.st_uid, st.st_gid) == (0o444, 0, 0)
     assert sorted(term_listing(term)) == ["acme-offered.crt", "prod-sign.crt"]
     assert term.usr_local_readonly()
-
-
-def term_listing(term):
-    return os.listdir(term.path(STORE))
 
 
 def test_install_without_slash_uses_the_name_itself(term):
@@ -264,23 +264,17 @@ def test_absent_devices_are_passed_over(term):
     assert term.lstat("/sys/class/leds/LED9:BLUE:BLUETOOTH/delay_off").st_gid == 500
 
 
-def test_missing_screens_partition_fails_the_user_rule(term):
-    term.write("/proc/mtd", b"dev:    size   erasesize  name\nmtd5: 04000000 00020000 \"os-update\"\n",
-               0o444)
+@pytest.mark.parametrize("breakage,line", [("mtd", b"Failed to determine the MTD device.\n"),
+                                            ("adduser", b"")])
+def test_failed_user_rule_keeps_the_certificate_out(make_term, breakage, line):
+    term = make_term(main_user=False)
+    if breakage == "mtd":
+        term.write("/proc/mtd", b'mtd5: 04000000 00020000 "os-update"\n', 0o444)
+    else:
+        term.tool_fails("/bin/adduser", exit=1)
     lines = store(term, "prod-sign", "keysign-main-user")
     r = term.run(["--install-cert", offer(term, "main-user")])
-    assert_run(r, 9, lines, b"Failed to determine the MTD device.\n"
-                            b"Failed to add user for certificate: /tmp/offered.crt.\n")
-    assert not term.exists(STORE + "offered.crt")
-
-
-def test_failed_adduser_keeps_the_certificate_out(make_term):
-    term = make_term(main_user=False)
-    store(term, "prod-sign", "keysign-main-user")
-    term.tool_fails("/bin/adduser", exit=1)
-    r = term.run(["--install-cert", offer(term, "main-user")])
-    assert r.status == 9
-    assert r.stdout.endswith(b"Failed to add user for certificate: /tmp/offered.crt.\n")
+    assert_run(r, 9, lines, line + b"Failed to add user for certificate: /tmp/offered.crt.\n")
     assert not term.exists(STORE + "offered.crt")
 
 

@@ -4,41 +4,22 @@ import pytest
 from helpers import BANNER, provision, signed_file, usage
 
 
-def test_no_option_prints_banner_and_usage(term):
-    r = term.run([])
-    assert (r.status, r.stdout, r.stderr) == (1, BANNER + usage(), b"")
+@pytest.mark.parametrize("kw,name", [({}, "orvin-auth"), ({"no_argv": True}, "orvin-auth"),
+                                     ({"argv0": "/usr/sbin/orvin-auth"}, "/usr/sbin/orvin-auth")])
+def test_no_option_prints_banner_and_usage_with_the_name_as_called(term, kw, name):
+    # D4: the kernel turns an empty vector into one empty argument; the name is still printed.
+    r = term.run([], **kw)
+    assert (r.status, r.stdout, r.stderr) == (1, BANNER + usage(name), b"")
 
 
-@pytest.mark.parametrize(
-    "args",
-    [
-        ["--install", "/tmp/a"],
-        ["--install", "/tmp/a", "/usr/local/share/", "x"],
-        ["--wipe", "x"],
-        ["--INSTALL", "/tmp/a", "/usr/local/share/"],
-        ["--Authenticate"],
-        ["--install-checkx", "/tmp/a", "/usr/local/share/"],
-        ["install", "/tmp/a", "/usr/local/share/"],
-        [""],
-        ["--remove-kbpk"],
-        ["--install-key", "1", "a"],
-    ],
-)
+@pytest.mark.parametrize("args", [
+    ["--install", "/tmp/a"], ["--install", "/tmp/a", "/usr/local/share/", "x"], ["--wipe", "x"],
+    ["--INSTALL", "/tmp/a", "/usr/local/share/"], ["--Authenticate"], [""], ["--remove-kbpk"],
+    ["--install-checkx", "/tmp/a", "/usr/local/share/"], ["install", "/tmp/a", "/usr/local/share/"],
+    ["--install-key", "1", "a"]])
 def test_unknown_option_or_wrong_count_prints_usage(term, args):
     r = term.run(args)
     assert (r.status, r.stdout) == (1, BANNER + usage())
-
-
-def test_usage_names_the_program_as_called(term):
-    r = term.run([], argv0="/usr/sbin/orvin-auth")
-    assert r.stdout == BANNER + usage("/usr/sbin/orvin-auth")
-
-
-def test_empty_argument_vector_still_names_the_program(term):
-    # D4: the kernel turns an empty vector into one empty argument.
-    r = term.run([], no_argv=True)
-    assert r.status == 1
-    assert r.stdout.endswith(usage("orvin-auth"))
 
 
 def test_hidden_option_runs_though_not_listed(term):
@@ -46,31 +27,14 @@ def test_hidden_option_runs_though_not_listed(term):
     assert (r.status, r.stdout) == (0, BANNER)
 
 
-ROOT_ONLY = [
-    ["--init-keys"],
-    ["--x509-csr"],
-    ["--x509-generate"],
-    ["--store-rate-limit"],
-    ["--update-ksn"],
-    ["--store-dmesg"],
-]
+ROOT_ONLY = [[o] for o in ["--init-keys", "--x509-csr", "--x509-generate", "--store-rate-limit",
+                            "--update-ksn", "--store-dmesg"]]
 ROOT_OR_APP = [
-    ["--install-image-check", "/tmp/img"],
-    ["--install-image", "/tmp/img"],
-    ["--mount-msd"],
-    ["--umount-msd"],
-    ["--update-os", "/tmp/os"],
-    ["--make-factory"],
-    ["--make-restore"],
-    ["--wipe"],
-    ["--install-kbpk-check", "1", "/tmp/k"],
-    ["--install-kbpk", "1", "/tmp/k"],
-    ["--remove-kbpk", "1"],
-    ["--update-kbpk-pci-pin", "1", "/tmp/k"],
-    ["--verify-kbpk-pci-pin", "1"],
-    ["--install-key-check", "1", "/tmp/t", "/tmp/o"],
-    ["--install-key", "1", "/tmp/t", "/tmp/o"],
-]
+    ["--install-image-check", "/tmp/img"], ["--install-image", "/tmp/img"], ["--mount-msd"],
+    ["--umount-msd"], ["--update-os", "/tmp/os"], ["--make-factory"], ["--make-restore"], ["--wipe"],
+    ["--install-kbpk-check", "1", "/tmp/k"], ["--install-kbpk", "1", "/tmp/k"], ["--remove-kbpk", "1"],
+    ["--update-kbpk-pci-pin", "1", "/tmp/k"], ["--verify-kbpk-pci-pin", "1"],
+    ["--install-key-check", "1", "/tmp/t", "/tmp/o"], ["--install-key", "1", "/tmp/t", "/tmp/o"]]
 CASES = [(a, 500, False) for a in ROOT_ONLY] + [(a, 1000, False) for a in ROOT_ONLY + ROOT_OR_APP]
 CASES += [(a, 0, True) for a in ROOT_ONLY + ROOT_OR_APP] + [(a, 500, True) for a in ROOT_OR_APP]
 

@@ -17,39 +17,18 @@ def check(term, dest):
     return run_cmd(term, ["--install-check", "/tmp/app", dest])
 
 
-@pytest.mark.parametrize(
-    "dest",
-    [
-        "/usr/local/acme/",
-        "/usr/local/acme/app",
-        "/usr/local/acme/bin/deep/",
-        "/usr/local/share/",
-        "/usr/local/share/fonts/x",
-        "/usr/local/share/..x",
-    ],
-)
+@pytest.mark.parametrize("dest", ["/usr/local/acme/", "/usr/local/acme/app", "/usr/local/acme/bin/deep/",
+                                  "/usr/local/share/", "/usr/local/share/fonts/x", "/usr/local/share/..x"])
 def test_signer_directory_and_shared_area_are_allowed(app, dest):
-    assert (check(app, dest).status, check(app, dest).stdout) == (0, OK)
+    r = check(app, dest)
+    assert (r.status, r.stdout) == (0, OK)
 
 
-@pytest.mark.parametrize(
-    "dest",
-    [
-        "/usr/local/other/app",
-        "/usr/local/ACME/app",
-        "/usr/local/share",
-        "/usr/local/acmex/app",
-        "/usr/local/share/certs/x.crt",
-        "/usr/local/share/certs/",
-        "/tmp/app2",
-        "usr/local/share/x",
-        "/usr/local/acme/../other/app",
-        "/usr/local/acme/./app",
-        "/usr/local/acme//app",
-        "/usr/local/share/fonts/..",
-        "/usr/local//share/x",
-    ],
-)
+@pytest.mark.parametrize("dest", [
+    "/usr/local/other/app", "/usr/local/ACME/app", "/usr/local/share", "/usr/local/acmex/app",
+    "/usr/local/share/certs/x.crt", "/usr/local/share/certs/", "/tmp/app2", "usr/local/share/x",
+    "/usr/local/acme/../other/app", "/usr/local/acme/./app", "/usr/local/acme//app",
+    "/usr/local/share/fonts/..", "/usr/local//share/x"])
 def test_other_destinations_are_refused(app, dest):
     r = check(app, dest)
     assert (r.status, r.stdout) == (8, f"Invalid destination path: {dest}\n".encode())

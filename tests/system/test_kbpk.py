@@ -195,6 +195,15 @@ def test_install_meets_the_registry_in_force(kt, name, before, status, message, 
     assert kt.sapi.kbpk(4) is not None  # the device is told nothing of a refusal
 
 
+def test_registry_link_is_not_followed(kt):
+    kt.write("/tmp/elsewhere", b"")
+    kt.symlink("/tmp/elsewhere", SAPI + ".sha256")
+    signed_file(kt, KBPK, "acme", data=VALUE)
+    r = run(kt, "--install-kbpk", "4")
+    assert (r.status, r.stdout) == (9, kt.head + b"FATAL: Failed to open the cryptographic key hash file.\n")
+    assert kt.read("/tmp/elsewhere") == b"" and not kt.exists(SAPI + ".KBPK0004")
+
+
 def test_removed_kbpk_comes_back_as_a_reinstall_and_elsewhere_as_a_duplicate(kt):
     signed_file(kt, KBPK, "HSM-PCI-PIN", data=VALUE)
     assert run(kt, "--install-kbpk", "5").stdout == kt.head + ON + INSTALLED

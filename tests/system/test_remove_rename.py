@@ -14,18 +14,9 @@ def installed(term):
     return term
 
 
-@pytest.mark.parametrize(
-    "uid,gid,name,status",
-    [
-        (0, 0, "theirs", 0),
-        (0, 0, "roots", 0),
-        (500, 500, "mine", 0),
-        (500, 500, "theirs", 6),
-        (500, 500, "roots", 6),
-        (1000, 1000, "mine", 6),
-        (1000, 0, "roots", 0),
-    ],
-)
+@pytest.mark.parametrize("uid,gid,name,status", [
+    (0, 0, "theirs", 0), (0, 0, "roots", 0), (500, 500, "mine", 0), (500, 500, "theirs", 6),
+    (500, 500, "roots", 6), (1000, 1000, "mine", 6), (1000, 0, "roots", 0)])
 def test_remove_follows_owner_and_group(installed, uid, gid, name, status):
     path = f"/usr/local/app/{name}"
     r = run_cmd(installed, ["--remove", path], uid=uid, gid=gid)
@@ -36,13 +27,6 @@ def test_remove_follows_owner_and_group(installed, uid, gid, name, status):
         assert (r.status, r.stdout) == (6, f"Access denied: {path}.\n".encode())
         assert installed.exists(path) and installed.exists(path + ".sig")
     assert installed.usr_local_readonly()
-
-
-def test_certificate_is_removed_alone(installed):
-    # A signed file without its ".sig" could not be removed; a certificate has none.
-    r = run_cmd(installed, ["--remove", "/usr/local/share/certs/acme.crt"])
-    assert (r.status, r.stdout) == (0, b"File removed.\n")
-    assert not installed.exists("/usr/local/share/certs/acme.crt")
 
 
 def test_missing_signature_keeps_the_data_file(installed):
@@ -78,10 +62,14 @@ def test_rename_moves_the_pair(installed):
     assert installed.usr_local_readonly()
 
 
-def test_rename_of_a_certificate_moves_it_alone(installed):
-    r = run_cmd(installed, ["--rename", "/usr/local/share/certs/acme.crt", "/usr/local/share/certs/b.crt"])
-    assert (r.status, r.stdout) == (0, b"File renamed.\n")
-    assert installed.exists("/usr/local/share/certs/b.crt")
+@pytest.mark.parametrize("args,out", [([], b"File removed.\n"),
+                                      (["/usr/local/share/certs/b.crt"], b"File renamed.\n")])
+def test_certificate_is_removed_or_renamed_alone(installed, args, out):
+    # A signed file without its ".sig" could not be removed; a certificate has none.
+    r = run_cmd(installed, ["--rename" if args else "--remove", "/usr/local/share/certs/acme.crt"] + args)
+    assert (r.status, r.stdout) == (0, out)
+    assert not installed.exists("/usr/local/share/certs/acme.crt")
+    assert installed.exists("/usr/local/share/certs/b.crt") == bool(args)
 
 
 @pytest.mark.parametrize(

@@ -2,13 +2,6 @@
 from helpers import provision, run_cmd, signed_file
 
 
-def test_empty_tree_marks_completion(term):
-    r = run_cmd(term, ["--authenticate"])
-    assert (r.status, r.stdout) == (0, b"")
-    assert term.read("/sys/kernel/security/ids/task_init") == b"1"
-    assert term.usr_local_readonly()
-
-
 def test_sweep_keeps_signed_files_and_deletes_the_rest(term):
     provision(term, "acme")
     signed_file(term, "/usr/local/share/good", "acme")
