@@ -49,6 +49,13 @@ def test_caller_rules_judge_the_recorded_caller(term, args, uid, allowed):
         assert (r.status, r.stdout) == (6, BANNER + b"Access denied.\n")
 
 
+@pytest.mark.parametrize("option", ["--install-key-check", "--install-key"])
+@pytest.mark.parametrize("acquirer,uid", [("0", 500), ("256", 0), ("-1", 0), ("7 ", 500), ("", 500)])
+def test_key_commands_refuse_bad_acquirer_ids_silently(term, option, acquirer, uid):
+    r = term.run([option, acquirer, "/tmp/t", "/tmp/o"], uid=uid)
+    assert (r.status, r.stdout) == (1, BANNER)
+
+
 def test_closed_standard_descriptors_are_reopened(term):
     # D4: with 0 to 2 closed, files the program opens must not become its output.
     signed_file(term, "/tmp/app", "acme")
