@@ -39,6 +39,9 @@ inline constexpr const char* tool_nvram = "/usr/sbin/nvram";
 inline constexpr const char* inittab = "/etc/inittab";
 inline constexpr const char* mtd_table = "/proc/mtd";
 inline constexpr const char* ids_task_init = "/sys/kernel/security/ids/task_init";
+inline constexpr const char* flag_make_restore = "/sys/kernel/flags/make_restore";
+inline constexpr const char* flag_make_factory = "/sys/kernel/flags/make_factory";
+inline constexpr const char* flag_wipe = "/sys/kernel/flags/wipe";
 inline constexpr const char* dev_null = "/dev/null";
 
 // The environment every child and shell gets (D5).

@@ -1,28 +1,68 @@
-// Restore-point, factory and wipe requests.
+// Restore-point, factory and wipe requests: a kernel flag that the platform acts on at the next
+// start.
+#include <fcntl.h>
 #include <syslog.h>
 
+#include <cstdio>
+
 #include "base/caller.hpp"
+#include "base/fd.hpp"
+#include "base/io.hpp"
+#include "base/paths.hpp"
 #include "state/handlers.hpp"
+#include "system/tools.hpp"
 
 namespace {
 
+struct FlagRequest {
+    const char* name;
+    const char* path;
+    const char* done;
+    // The wipe request's failure line has always read "Error- %d"; the others "Error - %d".
+    const char* error_word;
+    bool reboot;
+};
+
 // The request is logged before the caller test, so refused requests leave a trace too.
-int flag_request(const char* request, const char* failure_prefix) {
-    syslog(LOG_INFO, "Request for %s", request);
-    if (!caller_allowed(CallerRule::root_or_app)) {
-        syslog(LOG_INFO, "%s Access denied", failure_prefix);
+int flag_request(const FlagRequest& r) {
+    syslog(LOG_INFO, "Request for %s", r.name);
+    if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
+        syslog(LOG_INFO, "Failed to process %s request. Access denied", r.name);
+        return st;
     }
-    return not_implemented(CallerRule::root_or_app);
+    UniqueFd fd(open(r.path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!fd) {
+        std::printf("FATAL: Failed to open %s flag\n", r.name);
+        syslog(LOG_INFO, "Failed to process %s request. Failed to open %s flag", r.name, r.name);
+        return ST_FAILURE;
+    }
+    if (write_full(fd.get(), "1", 1) != 1) {
+        std::printf("FATAL: Failed to set %s flag\n", r.name);
+        fd.reset();
+        syslog(LOG_INFO, "Failed to process %s request. %s %d", r.name, r.error_word, ST_FAILURE);
+        return ST_FAILURE;
+    }
+    fd.reset();
+    std::puts(r.done);
+    if (r.reboot) {
+        sys_reboot();
+    }
+    return ST_OK;
 }
 
 }  // namespace
 
-int cmd_make_factory(int, char**) {
-    return flag_request("make_factory", "Failed to process make_factory request.");
-}
-
 int cmd_make_restore(int, char**) {
-    return flag_request("make_restore", "Failed to process make_restore request.");
+    return flag_request({"make_restore", paths::flag_make_restore,
+                         "Make restore point flag set. Reboot to commit.", "Error -", false});
 }
 
-int cmd_wipe(int, char**) { return flag_request("wipe", "Failed to process wipe request."); }
+int cmd_make_factory(int, char**) {
+    return flag_request({"make_factory", paths::flag_make_factory,
+                         "Make factory restore point flag set. Reboot to commit.", "Error -", false});
+}
+
+int cmd_wipe(int, char**) {
+    return flag_request(
+        {"wipe", paths::flag_wipe, "Wipe flag set. Rebooting to commit...", "Error-", true});
+}

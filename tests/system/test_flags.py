@@ -1,0 +1,86 @@
+"""Restore-point, factory and wipe requests, and the system-log lines they leave."""
+import re
+import socket
+
+import pytest
+
+from helpers import run_cmd
+
+LOCAL0_INFO = 16 * 8 + 6
+
+
+@pytest.fixture
+def syslog(term):
+    """Receives what the program logs, as the terminal's log daemon would."""
+    sock = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    sock.bind(term.path("/dev/log"))
+    sock.setblocking(False)
+
+    def lines():
+        out = []
+        while True:
+            try:
+                msg = sock.recv(4096)
+            except BlockingIOError:
+                return out
+            m = re.match(rb"<(\d+)>.*? orvin-auth: (.*)$", msg, re.S)
+            assert m and int(m.group(1)) == LOCAL0_INFO, msg
+            out.append(m.group(2).rstrip(b"\n").decode())
+
+    yield lines
+    sock.close()
+
+
+FLAGS = [
+    ("--make-restore", "make_restore", b"Make restore point flag set. Reboot to commit.\n", "Error -"),
+    ("--make-factory", "make_factory",
+     b"Make factory restore point flag set. Reboot to commit.\n", "Error -"),
+    ("--wipe", "wipe", b"Wipe flag set. Rebooting to commit...\n", "Error-"),
+]
+
+
+@pytest.mark.parametrize("option,name,done,_", FLAGS)
+@pytest.mark.parametrize("uid", [0, 500])
+def test_request_sets_the_flag(term, syslog, option, name, done, _, uid):
+    syslog()
+    assert run_cmd(term, [option], uid=uid) == (0, done)
+    assert term.read(f"/sys/kernel/flags/{name}") == b"1"
+    assert syslog() == [f"Request for {name}"]
+    reboots = [c.argv for c in term.calls("/sbin/reboot")]
+    assert reboots == ([[b"reboot"]] if name == "wipe" else [])
+
+
+@pytest.mark.parametrize("option,name,done,_", FLAGS)
+def test_refused_request_is_logged_twice(term, syslog, option, name, done, _):
+    term.write(f"/sys/kernel/flags/{name}", b"0")
+    syslog()
+    assert run_cmd(term, [option], uid=1000) == (6, b"Access denied.\n")
+    assert syslog() == [f"Request for {name}", f"Failed to process {name} request. Access denied"]
+    assert term.read(f"/sys/kernel/flags/{name}") == b"0"
+
+
+@pytest.mark.parametrize("option,name,done,_", FLAGS)
+def test_unopenable_flag_fails_without_restart(term, syslog, option, name, done, _):
+    term.remove(f"/sys/kernel/flags/{name}")
+    term.mkdir(f"/sys/kernel/flags/{name}", 0o755)
+    syslog()
+    assert run_cmd(term, [option]) == (9, f"FATAL: Failed to open {name} flag\n".encode())
+    assert syslog() == [f"Request for {name}",
+                        f"Failed to process {name} request. Failed to open {name} flag"]
+    assert term.calls("/sbin/reboot") == []
+
+
+@pytest.mark.parametrize("option,name,done,error", FLAGS)
+def test_unwritable_flag_logs_the_status(term, syslog, option, name, done, error):
+    term.remove(f"/sys/kernel/flags/{name}")
+    term.symlink("/dev/full", f"/sys/kernel/flags/{name}")
+    term.bind("/dev/full", "/dev/full")
+    syslog()
+    assert run_cmd(term, [option]) == (9, f"FATAL: Failed to set {name} flag\n".encode())
+    assert syslog() == [f"Request for {name}", f"Failed to process {name} request. {error} 9"]
+
+
+def test_refused_update_is_logged_in_its_own_words(term, syslog):
+    syslog()
+    assert run_cmd(term, ["--update-os", "/tmp/os.img"], uid=1000) == (6, b"Access denied.\n")
+    assert syslog() == ["Request for os_update", "failed to process os_update request. Access denied"]
