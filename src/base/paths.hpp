@@ -42,6 +42,8 @@ inline constexpr const char* ids_task_init = "/sys/kernel/security/ids/task_init
 inline constexpr const char* flag_make_restore = "/sys/kernel/flags/make_restore";
 inline constexpr const char* flag_make_factory = "/sys/kernel/flags/make_factory";
 inline constexpr const char* flag_wipe = "/sys/kernel/flags/wipe";
+inline constexpr const char* rate_limit_state = "/home/orvin/.sapi/.rate-limit";
+inline constexpr const char* dmesg_file = "/home/orvin/dmesg";
 inline constexpr const char* dev_null = "/dev/null";
 
 // The environment every child and shell gets (D5).

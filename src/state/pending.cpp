@@ -4,6 +4,4 @@
 
 int cmd_msd_mount(int, char**) { return not_implemented(CallerRule::root_or_app); }
 int cmd_msd_umount(int, char**) { return not_implemented(CallerRule::root_or_app); }
-int cmd_rate_limit_store(int, char**) { return not_implemented(CallerRule::root_only); }
 int cmd_update_dukpt_ksn(int, char**) { return not_implemented(CallerRule::root_only); }
-int cmd_dmesg_store(int, char**) { return not_implemented(CallerRule::root_only); }

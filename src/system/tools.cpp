@@ -60,13 +60,18 @@ int wait_child(pid_t pid) {
 }  // namespace
 
 int sys_run_tool(const char* path, const std::vector<const char*>& argv, ForkFailure on_fork_failure) {
-    const pid_t pid = spawn(path, argv, -1);
+    return sys_run_tool_into(path, argv, -1, on_fork_failure);
+}
+
+int sys_run_tool_into(const char* path, const std::vector<const char*>& argv, int out,
+                      ForkFailure on_fork_failure) {
+    const pid_t pid = spawn(path, argv, out);
     if (pid < 0) {
         if (on_fork_failure == ForkFailure::end_program) {
             // Output was flushed before the fork; nothing else is owed to anyone.
             _exit(ST_FAILURE);
         }
-        return ST_FAILURE;
+        return on_fork_failure == ForkFailure::report ? -1 : ST_FAILURE;
     }
     return wait_child(pid);
 }

@@ -8,13 +8,18 @@
 #include <vector>
 
 // What a failed fork means for the caller of a tool.
-enum class ForkFailure { return_failure, end_program };
+// report: return -1, so a caller that only cares whether the tool could be started can tell.
+enum class ForkFailure { return_failure, end_program, report };
 
 // Forks, execv's the absolute path with argv (no trailing null needed) and waits. 0 only for a
 // wait status of 0, else 9. The child inherits only descriptors 0 to 2 and the fixed environment
 // (D5), and runs as root (D1).
 [[nodiscard]] int sys_run_tool(const char* path, const std::vector<const char*>& argv,
                                ForkFailure on_fork_failure);
+
+// As sys_run_tool, with the child's standard output on out.
+[[nodiscard]] int sys_run_tool_into(const char* path, const std::vector<const char*>& argv, int out,
+                                    ForkFailure on_fork_failure);
 
 [[nodiscard]] int sys_adduser(const char* user);
 [[nodiscard]] int sys_passwd(const char* option, const char* user);
