@@ -30,12 +30,23 @@ def show_key_state(term):
 
 def main(build_dir):
     pki = PKI(build_dir)
-    with Terminal(build_dir, pki) as term:
-        say("The terminal's trust anchors and the certificate store")
+    with Terminal(build_dir, pki, main_user=False) as term:
+        say("The terminal's trust anchors; the certificate store starts empty")
         print("/usr/ssl/:", " ".join(sorted(os.listdir(term.path("/usr/ssl")))))
-        for role in ["prod-sign", "acme", "keysign-main-user", "main-user"]:
-            term.install_cert(role)
-        print("/usr/local/share/certs/:", " ".join(sorted(os.listdir(term.path("/usr/local/share/certs")))))
+
+        say("Provisioning the store; the application user's certificate creates its account")
+        for role in ["prod-sign", "keysign-main-user", "main-user", "acme"]:
+            term.write(f"/tmp/{role}.crt", pki.cert(role))
+            run(term, ["--install-cert", f"/tmp/{role}.crt"])
+        print("adduser ran as:", [b" ".join(c.argv).decode() for c in term.calls("/bin/adduser")])
+        print("/etc/passwd:", term.read("/etc/passwd").decode().strip().splitlines()[-1])
+        st = term.lstat("/dev/sapi0")
+        print(f"/dev/sapi0 now owner {st.st_uid}, group {st.st_gid}")
+
+        say("A certificate that no longer verifies is swept at the next start")
+        term.write("/usr/local/share/certs/stale.crt", pki.cert("rki-acme"))
+        run(term, ["--authenticate"])
+        print("stale.crt still there:", term.exists("/usr/local/share/certs/stale.crt"))
 
         say("A file signed by the signer 'acme' may go into /usr/local/acme/ or the shared area")
         term.write("/tmp/report.bin", b"quarterly report\n")
