@@ -64,4 +64,10 @@ inline constexpr const char* tmp_prod_sign_cert = "/tmp/prod-sign.crt";
 inline constexpr const char* tmp_terminal_cert = "/tmp/terminal.crt";
 // --- end of certificates ---
 
+// --- Device state (src/state): the mass-storage image and the DUKPT KSN log ---
+inline constexpr const char* msd_image = "/home/fat32/vfat.img";
+inline constexpr const char* msd_mount_point = "/mnt/vfat";
+inline constexpr const char* ksn_log = "/home/orvin/.dukpt-ksn-log";
+// --- end of device state ---
+
 }  // namespace paths

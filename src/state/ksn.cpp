@@ -1,0 +1,234 @@
+// The DUKPT KSN log: the device's report, the log's lines, the answer, and the log's rewrite.
+#include "state/ksn.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "base/caller.hpp"
+#include "base/fd.hpp"
+#include "base/io.hpp"
+#include "base/paths.hpp"
+#include "keys/hex.hpp"
+#include "keys/sapi.hpp"
+#include "state/handlers.hpp"
+
+namespace {
+
+constexpr std::size_t ksn_hex_size = 2 * ksn::ksn_size;
+
+std::uint8_t byte_at(std::span<const std::uint8_t> record, std::size_t offset) {
+    return offset < record.size() ? record[offset] : 0;
+}
+
+// The log and its temporary file are the program's own state: never opened through a link.
+UniqueFd open_state(const std::string& path, int flags) {
+    return UniqueFd(open(path.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, 0666));
+}
+
+// The log is created empty on the first update, so the rewrite below always has one to read.
+UniqueFd open_log(const std::string& path) {
+    UniqueFd fd = open_state(path, O_RDONLY);
+    if (!fd && errno == ENOENT) {
+        fd = open_state(path, O_RDWR | O_CREAT | O_TRUNC);
+    }
+    return fd;
+}
+
+std::string read_all(int fd) {
+    std::string text;
+    char buf[io_block];
+    std::size_t n;
+    do {
+        n = read_full(fd, buf, sizeof buf);
+        text.append(buf, n);
+    } while (n == sizeof buf);
+    return text;
+}
+
+// Each line keeps its line end; the last one may have none.
+std::vector<std::string> split_lines(const std::string& text) {
+    std::vector<std::string> lines;
+    for (std::size_t start = 0; start < text.size();) {
+        std::size_t end = text.find('\n', start);
+        end = end == std::string::npos ? text.size() : end + 1;
+        lines.push_back(text.substr(start, end - start));
+        start = end;
+    }
+    return lines;
+}
+
+// The lines of the log with the entry in place of every line of the same key and initial key, or
+// appended when there was none.
+std::string ksn_rewrite(const std::string& log, const std::string& entry, int key_index,
+                        const Ksn& ksn, Ksn& old_ksn, std::uint8_t* status) {
+    std::string out;
+    bool matched = false;
+    for (const std::string& line : split_lines(log)) {
+        std::printf("New Line %s\n", line.c_str());
+        if (check_file_line(line, key_index, ksn) != 0) {
+            out += line;
+            continue;
+        }
+        // A match has readable digits; should they still not decode, the line goes rather than
+        // answer the device with a KSN nobody could read.
+        Ksn held{};
+        if (get_ksn_reg_from_str(line, held) != 0) {
+            continue;
+        }
+        old_ksn = held;
+        out += entry;
+        *status = ksn::status_matched;
+        matched = true;
+    }
+    if (!matched) {
+        out += entry;
+    }
+    return out;
+}
+
+// The new log reaches the disk before it replaces the old one, so a power loss leaves one of the
+// two whole.
+bool write_durably(int fd, const std::string& text) {
+    return write_full(fd, text.data(), text.size()) == text.size() && fsync(fd) == 0;
+}
+
+}  // namespace
+
+int ksn_key_index(std::uint8_t low, std::uint8_t high) {
+    return static_cast<std::int8_t>(low) + 256 * static_cast<std::int8_t>(high);
+}
+
+KsnReport ksn_parse_report(std::span<const std::uint8_t> record) {
+    KsnReport report;
+    report.key_index = ksn_key_index(byte_at(record, ksn::report_index_low),
+                                     byte_at(record, ksn::report_index_high));
+    for (std::size_t i = 0; i < ksn::ksn_size; ++i) {
+        report.ksn[i] = byte_at(record, ksn::report_ksn_offset + i);
+    }
+    return report;
+}
+
+KsnAnswer ksn_encode_answer(std::uint8_t status, const Ksn& old_ksn) {
+    KsnAnswer answer{};
+    answer[ksn::answer_status_offset] = status;
+    for (std::size_t i = 0; i < ksn::ksn_size; ++i) {
+        answer[ksn::answer_ksn_offset + i] = old_ksn[i];
+    }
+    return answer;
+}
+
+std::string create_ksn_entry(int key_index, const Ksn& ksn) {
+    std::array<std::uint8_t, ksn_hex_size> digits{};
+    std::copy(ksn.begin(), ksn.end(), digits.begin());
+    bin2hex(digits.data(), digits.size());
+    return std::to_string(key_index) + ":" + std::string(digits.begin(), digits.end()) + "\n";
+}
+
+int compare_iksn(const Ksn& a, const Ksn& b) {
+    for (std::size_t i = 0; i < ksn::iksn_whole_bytes; ++i) {
+        if (a[i] != b[i]) {
+            return 1;
+        }
+    }
+    const std::size_t last = ksn::iksn_whole_bytes;
+    return (a[last] & ksn::iksn_byte7_mask) == (b[last] & ksn::iksn_byte7_mask) ? 0 : 1;
+}
+
+int get_ksn_reg_from_str(std::string_view line, Ksn& ksn) {
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos || line.size() - colon - 1 < ksn_hex_size) {
+        return 1;
+    }
+    std::array<std::uint8_t, ksn_hex_size> digits{};
+    const std::string_view text = line.substr(colon + 1, ksn_hex_size);
+    std::copy(text.begin(), text.end(), digits.begin());
+    if (hex2bin(digits.data(), digits.size()) != 1) {
+        return 1;
+    }
+    std::copy_n(digits.begin(), ksn.size(), ksn.begin());
+    return 0;
+}
+
+int check_file_line(const std::string& line, int key_index, const Ksn& ksn) {
+    // As strtol reads it: leading blanks and a sign are part of the number.
+    errno = 0;
+    char* end = nullptr;
+    const long number = std::strtol(line.c_str(), &end, 10);
+    if (end == line.c_str() || errno == ERANGE || number < INT_MIN || number > INT_MAX ||
+        *end != ':') {
+        std::printf("Corrupt file entry: %s\n", line.c_str());
+        return 1;
+    }
+    if (number != key_index) {
+        return 1;
+    }
+    Ksn held{};
+    if (get_ksn_reg_from_str(line, held) != 0) {
+        std::fputs("Corrupt file data", stdout);
+        return 1;
+    }
+    return compare_iksn(ksn, held);
+}
+
+int update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uint8_t* status,
+                    const char* log_path) {
+    const std::string entry = create_ksn_entry(key_index, ksn);
+    if (status == nullptr || log_path == nullptr) {
+        std::fputs("Error invalid input parameters", stdout);
+        return 1;
+    }
+    if (std::strlen(log_path) > ksn::log_path_max) {
+        std::fputs("Error input string too long", stdout);
+        return 1;
+    }
+    const std::string temp_path = std::string(log_path) + ksn::temp_suffix;
+    UniqueFd temp = open_state(temp_path, O_WRONLY | O_CREAT | O_TRUNC);
+    if (!temp) {
+        std::printf("Error opening temp file, Error %i\n", errno);
+        return 1;
+    }
+    UniqueFd log = open_log(log_path);
+    if (!log) {
+        std::printf("Error opening ksn info file, Error %i\n", errno);
+        return 1;
+    }
+    const std::string rewritten =
+        ksn_rewrite(read_all(log.get()), entry, key_index, ksn, old_ksn, status);
+    if (!write_durably(temp.get(), rewritten)) {
+        (void)unlink(temp_path.c_str());
+        return 1;
+    }
+    temp.reset();
+    log.reset();
+    // One rename replaces the old log, so no reader and no restart ever finds it missing.
+    return rename(temp_path.c_str(), log_path) == 0 ? 0 : 1;
+}
+
+int cmd_update_dukpt_ksn(int, char**) {
+    if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
+        return st;
+    }
+    ProcRecord record;
+    if (sapi_proc_read(record) != ST_OK) {
+        return ST_FAILURE;
+    }
+    const KsnReport report = ksn_parse_report(std::span(record.bytes).first(record.length));
+    // Without a match the device gets status 0 and ten zero bytes (D13).
+    Ksn old_ksn{};
+    std::uint8_t status = ksn::status_unmatched;
+    if (update_ksn_data(report.key_index, report.ksn, old_ksn, &status, paths::ksn_log) != 0) {
+        return ST_FAILURE;
+    }
+    if (sapi_proc_write(ksn_encode_answer(status, old_ksn)) != ST_OK) {
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}

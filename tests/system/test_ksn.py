@@ -1,0 +1,134 @@
+"""The DUKPT KSN log: one report from "/proc/sapi", the log rewritten whole, and the 11-byte answer
+with the KSN the log held for the same key and initial key."""
+import errno
+import stat
+
+import pytest
+from orvin_sim import sapi as S
+
+from helpers import run_cmd
+
+LOG = "/home/orvin/.dukpt-ksn-log"
+KEY3 = b"\x03\x00"
+A = bytes.fromhex("FFFF9876543210E00001")
+A_LATER = bytes.fromhex("FFFF9876543210FF1234")  # same initial key: only the counter bits differ
+A_OTHER = bytes.fromhex("FFFF9876543210C00001")  # bit 0x20 of byte 7: another initial key
+C = bytes.fromhex("00112233445566778899")
+UNMATCHED = b"\x00" + bytes(10)  # D13
+
+
+def line(index, ksn):
+    return f"{index}:{ksn.hex().upper()}\n".encode()
+
+
+def echo(*lines):
+    """What the rewrite prints for each line it reads: the line's own end makes an empty line."""
+    return b"".join(b"New Line " + entry + b"\n" for entry in lines)
+
+
+def update(term, record, log=None, uid=0, first_read=None):
+    term.sapi.set_proc_record(record, first_read)
+    if log is not None:
+        term.write(LOG, log)
+    return run_cmd(term, ["--update-ksn"], uid=uid)
+
+
+@pytest.fixture
+def kt(make_term):
+    return make_term(sapi=True)
+
+
+@pytest.mark.parametrize("log,record,stdout,new_log,answer", [
+    pytest.param(line(3, A), KEY3 + A_LATER, echo(line(3, A)), line(3, A_LATER), b"\x0a" + A,
+                 id="same-initial-key-replaced"),
+    pytest.param(line(3, A), KEY3 + A_OTHER, echo(line(3, A)), line(3, A) + line(3, A_OTHER),
+                 UNMATCHED, id="other-initial-key-appended"),
+    pytest.param(line(4, A), KEY3 + A, echo(line(4, A)), line(4, A) + line(3, A), UNMATCHED,
+                 id="other-key-appended"),
+    pytest.param(line(3, C) + line(3, A), KEY3 + A_LATER, echo(line(3, C), line(3, A)),
+                 line(3, C) + line(3, A_LATER), b"\x0a" + A, id="first-byte-differs"),
+    pytest.param(b"3:ffff9876543210e00001\n", KEY3 + A_LATER, echo(b"3:ffff9876543210e00001\n"),
+                 line(3, A_LATER), b"\x0a" + A, id="lower-case-read-upper-case-written"),
+    pytest.param(line(3, A) + line(7, C) + line(3, A_LATER), KEY3 + A,
+                 echo(line(3, A), line(7, C), line(3, A_LATER)), line(3, A) + line(7, C) + line(3, A),
+                 b"\x0a" + A_LATER, id="every-match-replaced-last-one-answered"),
+    pytest.param(b" +3:" + A.hex().upper().encode() + b"trailing\n", KEY3 + A_LATER,
+                 echo(b" +3:" + A.hex().upper().encode() + b"trailing\n"), line(3, A_LATER),
+                 b"\x0a" + A, id="blanks-sign-and-trailing-characters-accepted"),
+    pytest.param(b"abc\n" + line(3, A), KEY3 + A_LATER,
+                 b"New Line abc\n\nCorrupt file entry: abc\n\n" + echo(line(3, A)),
+                 b"abc\n" + line(3, A_LATER), b"\x0a" + A, id="not-a-number-kept"),
+    pytest.param(b"3-FFFF\n99999999999:" + A.hex().encode() + b"\n", KEY3 + A,
+                 b"New Line 3-FFFF\n\nCorrupt file entry: 3-FFFF\n\n"
+                 b"New Line 99999999999:" + A.hex().encode() + b"\n\n"
+                 b"Corrupt file entry: 99999999999:" + A.hex().encode() + b"\n\n",
+                 b"3-FFFF\n99999999999:" + A.hex().encode() + b"\n" + line(3, A), UNMATCHED,
+                 id="no-colon-or-out-of-range-kept"),
+    pytest.param(b"3:FFFF98765432ZZE00001\n3:FFFF\n", KEY3 + A,
+                 echo(b"3:FFFF98765432ZZE00001\n") + b"Corrupt file data"
+                 + echo(b"3:FFFF\n") + b"Corrupt file data",
+                 b"3:FFFF98765432ZZE00001\n3:FFFF\n" + line(3, A), UNMATCHED,
+                 id="bad-digits-kept-and-appended"),
+])
+def test_log_is_rewritten_and_the_device_answered(kt, log, record, stdout, new_log, answer):
+    assert update(kt, record, log) == (0, stdout)
+    assert kt.read(LOG) == new_log
+    assert kt.sapi.proc_writes() == [answer]
+    assert not kt.exists(LOG + ".temp")
+
+
+@pytest.mark.parametrize("record,first_read,entry", [
+    pytest.param(KEY3 + A, None, line(3, A), id="report"),
+    pytest.param(KEY3 + A + b"ignored" * 500, None, line(3, A), id="rest-ignored"),
+    pytest.param(KEY3 + A, 5, line(3, A), id="two-reads"),
+    pytest.param(b"\x03\x00\xab", None, b"3:AB000000000000000000\n", id="missing-bytes-zero"),
+    # Each index byte counts as signed.
+    pytest.param(b"\x90\x00" + A, None, line(-112, A), id="90-00"),
+    pytest.param(b"\x90\x01" + A, None, line(144, A), id="90-01"),
+    pytest.param(b"\x00\x80" + A, None, line(-32768, A), id="00-80"),
+    pytest.param(b"\xff\xff" + A, None, line(-257, A), id="ff-ff"),
+])
+def test_first_report_creates_the_log(kt, record, first_read, entry):
+    assert update(kt, record, first_read=first_read) == (0, b"")
+    assert kt.read(LOG) == entry
+    st = kt.lstat(LOG)
+    assert (stat.S_IMODE(st.st_mode), st.st_uid, st.st_gid) == (0o644, 0, 0)
+    assert kt.sapi.proc_writes() == [UNMATCHED]
+
+
+def test_application_user_is_not_enough(kt):
+    assert update(kt, KEY3 + A, line(3, A), uid=500) == (6, b"Access denied.\n")
+    assert kt.sapi.events(S.PROC) == []
+    assert kt.read(LOG) == line(3, A)
+
+
+def test_empty_report_changes_nothing(kt):
+    assert update(kt, b"", line(3, A)) == (9, b"")
+    assert kt.read(LOG) == line(3, A)
+    assert kt.sapi.proc_writes() == []
+
+
+@pytest.mark.parametrize("fault", ["fail", "short"])
+def test_answer_that_does_not_reach_the_device_fails(kt, fault):
+    if fault == "fail":
+        kt.sapi.fail_next_write(errno.EIO, which=S.PROC)
+    else:
+        kt.sapi.short_write(10, which=S.PROC)
+    assert update(kt, KEY3 + A_LATER, line(3, A)) == (9, echo(line(3, A)))
+    assert kt.read(LOG) == line(3, A_LATER)
+
+
+def test_log_planted_as_a_link_is_not_followed(kt):
+    kt.write("/etc/secret", b"3:" + A.hex().encode() + b"\n")
+    kt.symlink("/etc/secret", LOG)
+    assert update(kt, KEY3 + A) == (9, b"Error opening ksn info file, Error 40\n")
+    assert kt.read("/etc/secret") == b"3:" + A.hex().encode() + b"\n"
+    assert kt.read(LOG + ".temp") == b""
+    assert kt.sapi.proc_writes() == []
+
+
+def test_unwritable_temporary_file_leaves_the_log(kt):
+    kt.mkdir(LOG + ".temp")
+    assert update(kt, KEY3 + A_LATER, line(3, A)) == (9, b"Error opening temp file, Error 21\n")
+    assert kt.read(LOG) == line(3, A)
+    assert kt.sapi.proc_writes() == []
