@@ -1,0 +1,310 @@
+// Working keys: a TR-31 key block goes to the device and comes back as a protected key file that
+// the caller owns under "/home/".
+#include "keys/key_install.hpp"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "base/caller.hpp"
+#include "base/fd.hpp"
+#include "base/io.hpp"
+#include "base/paths.hpp"
+#include "base/shared.hpp"
+#include "install/policy.hpp"
+#include "keys/acquirer.hpp"
+#include "keys/handlers.hpp"
+#include "keys/kbpk.hpp"
+#include "keys/registry.hpp"
+#include "keys/sapi.hpp"
+#include "keys/tr31.hpp"
+
+namespace {
+
+// Until the caller owns it, the key is readable by root alone.
+constexpr mode_t opk_create_mode = 0600;
+constexpr mode_t key_dir_mode = 0777;
+
+ExitStatus invalid_destination(const char* dest) {
+    std::printf("Invalid destination path: %s\n", dest);
+    return ST_BAD_PATH;
+}
+
+// Where the target meets the existing tree: the deepest entry on its way that exists, the
+// directories still to be made below it (top first) and the file's own name.
+struct KeyPlace {
+    std::string ancestor;
+    std::vector<std::string> missing;
+    std::string name;
+};
+
+std::vector<std::string> components(const std::string& path) {
+    std::vector<std::string> out;
+    std::size_t start = 0;
+    while (start <= path.size()) {
+        std::size_t end = path.find('/', start);
+        if (end == std::string::npos) {
+            end = path.size();
+        }
+        if (end > start) {
+            out.push_back(path.substr(start, end - start));
+        }
+        start = end + 1;
+    }
+    return out;
+}
+
+std::optional<KeyPlace> key_place(const std::string& target) {
+    KeyPlace place{target, {}, {}};
+    std::string rest;
+    struct stat st {};
+    do {
+        const std::size_t cut = place.ancestor.rfind('/');
+        if (cut == std::string::npos) {
+            return std::nullopt;
+        }
+        rest = place.ancestor.substr(cut + 1) + (rest.empty() ? "" : "/" + rest);
+        place.ancestor.resize(cut);
+    } while (::lstat(place.ancestor.c_str(), &st) != 0);
+    place.missing = components(rest);
+    if (!place.missing.empty()) {
+        place.name = place.missing.back();
+        place.missing.pop_back();
+    }
+    return place;
+}
+
+// The key block is read once, with the caller's rights (D3), into the bytes the device gets.
+ExitStatus key_block_read(const char* source, struct stat& st, std::vector<std::uint8_t>& block) {
+    if (caller_lstat(source, &st) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
+        return ST_FAILURE;
+    }
+    // Judged once already; a file that has grown since is refused in the same words (D10).
+    if (Tr31Fault f = tr31_size_fault(static_cast<std::uint64_t>(st.st_size));
+        f != Tr31Fault::none) {
+        std::puts(tr31_fault_message(f));
+        return ST_BAD_TR31_FILE;
+    }
+    UniqueFd fd = caller_open(source, O_RDONLY | O_NONBLOCK);
+    if (!fd) {
+        std::puts("FATAL: Failed to open the file to verify.");
+        return ST_FAILURE;
+    }
+    block.resize(static_cast<std::size_t>(st.st_size));
+    if (read_full(fd.get(), block.data(), block.size()) != block.size()) {
+        std::printf("Failed to read the TR-31 file: %s\n", source);
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+struct FreeDeleter {
+    void operator()(char* p) const noexcept { std::free(p); }
+};
+
+UniqueFd subdir_open(int dir, const std::string& name) {
+    return UniqueFd(::openat(dir, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+// Every component opened without following links, from "/" down.
+UniqueFd open_dir_nofollow(const std::string& real) {
+    UniqueFd dir(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (const std::string& c : components(real)) {
+        if (!dir) {
+            break;
+        }
+        dir = subdir_open(dir.get(), c);
+    }
+    return dir;
+}
+
+// The ancestor must still resolve inside "/home/" when it is used (D7); from there on every
+// directory is held open and entered without following links, so nothing the caller swaps in
+// meanwhile can lead the writes elsewhere. Directories made stay root's.
+UniqueFd key_dir_make(const KeyPlace& place) {
+    std::unique_ptr<char, FreeDeleter> real(::realpath(place.ancestor.c_str(), nullptr));
+    if (!real || !starts_with(std::string(real.get()) + "/", paths::home_prefix)) {
+        return {};
+    }
+    UniqueFd dir = open_dir_nofollow(real.get());
+    for (const std::string& c : place.missing) {
+        if (!dir || ::mkdirat(dir.get(), c.c_str(), key_dir_mode) != 0) {
+            return {};
+        }
+        dir = subdir_open(dir.get(), c);
+    }
+    return dir;
+}
+
+// Created exclusively and never through a link: a name planted since the check is refused rather
+// than written through and handed to the caller. Owner and mode come after the whole key.
+ExitStatus opk_file_write(int dir, const KeyPlace& place, const std::string& target,
+                          const std::vector<std::uint8_t>& key, gid_t group, mode_t mode) {
+    UniqueFd fd(::openat(dir, place.name.c_str(),
+                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, opk_create_mode));
+    if (!fd) {
+        std::puts("FATAL: Failed to open the Orvin Protected Key file.");
+        return ST_FAILURE;
+    }
+    if (write_full(fd.get(), key.data(), key.size()) != key.size()) {
+        std::printf("Failed to write the Orvin Protected Key file: %s\n", target.c_str());
+        return ST_FAILURE;
+    }
+    if (::fchown(fd.get(), caller().uid, group) != 0) {
+        std::puts("Failed to set user and group ID's.");
+        return ST_FAILURE;
+    }
+    if (::fchmod(fd.get(), mode & 07777) != 0) {
+        std::fputs("FATAL: Internal filesystem call failed.", stdout);
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+// The caller rule, the acquirer ID rule and the acquirer's KBPK; nothing is deleted before these.
+ExitStatus key_command_start(const char* id_text, int& id) {
+    if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
+        return st;
+    }
+    std::optional<int> parsed = acquirer_id(id_text);
+    if (!parsed) {
+        return ST_BAD_ARGUMENT;
+    }
+    id = *parsed;
+    return kbpk_exists(id) ? ST_OK : ST_KBPK_PRESENCE;
+}
+
+ExitStatus key_install_checks(const char* source, const char* dest) {
+    if (ExitStatus st = file_verify_key_file(source); st != ST_OK) {
+        return st;
+    }
+    return key_install_verify(source, dest);
+}
+
+// The file is made with root's rights and handed to the caller: it must not plant state the
+// program trusts (a KBPK, a registry, the rate-limit or KSN files) for a caller who could not.
+bool names_program_state(const std::string& target) {
+    const std::optional<KeyPlace> place = key_place(target);
+    if (!place) {
+        return true;
+    }
+    std::unique_ptr<char, FreeDeleter> real(::realpath(place->ancestor.c_str(), nullptr));
+    if (!real) {
+        return true;
+    }
+    std::string resolved = real.get();
+    for (const std::string& c : place->missing) {
+        resolved += "/" + c;
+    }
+    resolved += "/" + place->name;
+    return starts_with(resolved, (std::string(paths::state_dir) + "/").c_str()) ||
+           resolved == paths::state_dir || resolved == paths::ksn_log;
+}
+
+}  // namespace
+
+std::string key_install_target(const std::string& source, const std::string& dest) {
+    return install_full_path(source, dest);
+}
+
+ExitStatus key_install_verify(const char* source, const char* dest) {
+    const std::string d(dest);
+    if (d.find('/') == std::string::npos) {
+        return ST_BAD_PATH;
+    }
+    if (!starts_with(d, paths::home_prefix)) {
+        return invalid_destination(dest);
+    }
+    const std::string target = key_install_target(source, d);
+    if (path_has_bad_component(target) || !path_stays_inside(target, paths::home_prefix)) {
+        return invalid_destination(dest);
+    }
+    if (caller().uid != ids::root && names_program_state(target)) {
+        return invalid_destination(dest);
+    }
+    if (path_exists(target.c_str())) {
+        std::printf("Destination file already exists: %s\n", target.c_str());
+        return ST_EXISTS;
+    }
+    return ST_OK;
+}
+
+ExitStatus key_install_file(int id, const char* source, const char* dest) {
+    const std::string d(dest);
+    if (d.find('/') == std::string::npos) {
+        return ST_BAD_PATH;
+    }
+    const std::string target = key_install_target(source, d);
+    const std::optional<KeyPlace> place = key_place(target);
+    if (!place) {
+        return ST_FAILURE;
+    }
+    const passwd* pw = ::getpwuid(caller().uid);
+    if (pw == nullptr) {
+        std::fputs("FATAL: Failed to obtain user information.", stdout);
+        return ST_FAILURE;
+    }
+    const gid_t group = pw->pw_gid;
+    struct stat st {};
+    std::vector<std::uint8_t> block;
+    if (ExitStatus s = key_block_read(source, st, block); s != ST_OK) {
+        return s;
+    }
+    SapiResult r =
+        sapi_key_install_exchange(static_cast<std::uint8_t>(id), block, KeyInstallSender::key_file);
+    if (!r.ok()) {
+        return r.status;
+    }
+    const std::optional<KeyReply> reply = sapi_parse_key_reply(r.reply);
+    if (!reply) {
+        return ST_FAILURE;
+    }
+    // The device and the registry come before any directory or file is made.
+    if (ExitStatus s = sha256_hash_check(reply->key_digest, reply->second_digest); s != ST_OK) {
+        return s;
+    }
+    const UniqueFd dir = key_dir_make(*place);
+    if (!dir) {
+        return ST_FAILURE;
+    }
+    return opk_file_write(dir.get(), *place, target, reply->protected_key, group, st.st_mode);
+}
+
+int cmd_key_install_check(int /*argc*/, char** argv) {
+    int id = 0;
+    if (ExitStatus st = key_command_start(argv[2], id); st != ST_OK) {
+        return st;
+    }
+    if (ExitStatus st = key_install_checks(argv[3], argv[4]); st != ST_OK) {
+        return st;
+    }
+    std::puts("Cryptographic key can be installed.");
+    return ST_OK;
+}
+
+int cmd_key_install(int /*argc*/, char** argv) {
+    int id = 0;
+    if (ExitStatus st = key_command_start(argv[2], id); st != ST_OK) {
+        return st;
+    }
+    ExitStatus st = key_install_checks(argv[3], argv[4]);
+    if (st == ST_OK) {
+        st = key_install_file(id, argv[3], argv[4]);
+    }
+    if (st != ST_OK) {
+        // A refused key block goes, as far as the caller could delete it himself (D2).
+        (void)caller_unlink(argv[3]);
+        return st;
+    }
+    std::puts("Cryptographic key installed.");
+    return ST_OK;
+}

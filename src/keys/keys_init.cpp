@@ -1,0 +1,285 @@
+// Reloading the device's key state at start-up: KBPKs, the terminal key with the terminal
+// certificate's subject, and the saved rate-limit state.
+#include "keys/keys_init.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "base/caller.hpp"
+#include "base/fd.hpp"
+#include "base/io.hpp"
+#include "base/ossl.hpp"
+#include "base/paths.hpp"
+#include "certs/cert_restore.hpp"
+#include "keys/handlers.hpp"
+#include "keys/hex.hpp"
+#include "keys/kbpk.hpp"
+#include "keys/sapi.hpp"
+#include "system/staged_file.hpp"
+#include "system/tools.hpp"
+#include "verify/cert_chain.hpp"
+
+namespace {
+
+constexpr const char* nvram_kbpk0 = "KBPK0000";
+constexpr const char* nvram_terminal_key = "TerminalKey";
+constexpr std::string_view kbpk_state_name_prefix = ".KBPK";
+constexpr std::size_t kbpk_state_name_size = 9;
+constexpr std::size_t kbpk0_hex_size = 2 * sapi::protected_kbpk_size;
+constexpr mode_t state_file_mode = 0644;
+// The subject travels behind a one-byte length and was always taken into 255 bytes with its
+// terminator; a longer one is refused, not cut (D11).
+constexpr std::size_t subject_max = 254;
+
+struct DirCloser {
+    void operator()(DIR* d) const noexcept { ::closedir(d); }
+};
+
+// An nvram value is its first line without its last character, the line end.
+std::string nvram_value(std::string line) {
+    if (!line.empty()) {
+        line.pop_back();
+    }
+    return line;
+}
+
+// Written whole or not at all, so a failed restore leaves no short state file behind.
+ExitStatus state_file_write(const std::string& path, const std::string& bytes) {
+    StagedFile file(path);
+    if (!file.valid() || ::fchmod(file.fd(), state_file_mode) != 0 ||
+        write_full(file.fd(), bytes.data(), bytes.size()) != bytes.size() || !file.publish(path)) {
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+// A KBPK taken from nvram gets no FLAG file, so PCI PIN security stays off for it.
+ExitStatus kbpk0_restore() {
+    std::optional<std::string> line;
+    if (sys_nvram_get(nvram_kbpk0, line) != ST_OK) {
+        return ST_FAILURE;
+    }
+    if (!line) {
+        return ST_OK;
+    }
+    std::string value = nvram_value(std::move(*line));
+    if (value.size() != kbpk0_hex_size || hex2bin(value) != 1) {
+        return ST_FAILURE;
+    }
+    return state_file_write(kbpk_state_path(0), value);
+}
+
+ExitStatus kbpk_reload(const char* name, int id) {
+    const std::string path = std::string(paths::state_dir) + "/" + name;
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0 ||
+        static_cast<std::uint64_t>(st.st_size) != sapi::protected_kbpk_size) {
+        return ST_FAILURE;
+    }
+    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    sapi::ProtectedKbpk kbpk{};
+    if (!fd || read_full(fd.get(), kbpk.data(), kbpk.size()) != kbpk.size()) {
+        return ST_FAILURE;
+    }
+    std::uint16_t flags = 0;
+    if (kbpk_flag_exists(id) && kbpk_flags_read(id, flags) != ST_OK) {
+        return ST_FAILURE;
+    }
+    return kbpk_install(id, flags, kbpk) == ST_OK ? ST_OK : ST_FAILURE;
+}
+
+ExitStatus terminal_key_from(std::string value, std::vector<std::uint8_t>& key) {
+    int converted = 0;
+    if (terminal_key_is_tr31(value)) {
+        std::puts("Converting Terminal Key from TR-31 to OPK.");
+        key.assign(value.begin(), value.end());
+        converted = tr2opk(key);
+    } else {
+        converted = hex2bin(value);
+        key.assign(value.begin(), value.end());
+    }
+    if (converted != 1) {
+        std::puts("FATAL: Invalid Terminal Key.");
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+ExitStatus terminal_subject(std::string& subject) {
+    const CertFile file = cert_read_file(paths::terminal_cert, OpenAs::root);
+    if (file.status == ST_CERT_UNREADABLE) {
+        std::puts("FATAL: Failed to open certificate file.");
+        return ST_CERT_UNREADABLE;
+    }
+    if (file.status != ST_OK) {
+        std::puts("Failed to read certificate file.");
+        return ST_CERT_INVALID;
+    }
+    const OpensslStringPtr text(
+        X509_NAME_oneline(X509_get_subject_name(file.cert.get()), nullptr, 0));
+    if (!text) {
+        std::puts("FATAL: Out of memory.");
+        return ST_FAILURE;
+    }
+    subject = text.get();
+    return ST_OK;
+}
+
+}  // namespace
+
+bool terminal_key_is_tr31(std::string_view value) {
+    constexpr std::string_view header = "K0RS00E";
+    constexpr std::size_t at = 5;
+    return value.size() >= at + header.size() && value.front() == 'B' &&
+           value.substr(at, header.size()) == header;
+}
+
+std::optional<int> kbpk_state_name_id(std::string_view name) {
+    if (name.size() != kbpk_state_name_size || !name.starts_with(kbpk_state_name_prefix)) {
+        return std::nullopt;
+    }
+    std::array<std::uint8_t, 4> digits{};
+    std::memcpy(digits.data(), name.data() + kbpk_state_name_prefix.size(), digits.size());
+    if (atobl(digits.data()) != 1) {
+        return std::nullopt;
+    }
+    std::uint32_t id = 0;
+    std::memcpy(&id, digits.data(), sizeof id);
+    // The program names state files for acquirers 0 to 255 only; any other number is not one.
+    if (id > 255) {
+        return std::nullopt;
+    }
+    return static_cast<int>(id);
+}
+
+ExitStatus keys_init_kbpk() {
+    if (!kbpk_exists(0)) {
+        if (ExitStatus st = kbpk0_restore(); st != ST_OK) {
+            return st;
+        }
+    }
+    const std::unique_ptr<DIR, DirCloser> dir(::opendir(paths::state_dir));
+    if (!dir) {
+        std::puts("FATAL: Directory listing failed.");
+        return ST_FAILURE;
+    }
+    // The first state file that cannot be loaded ends the restore; later ones are not sent.
+    while (const dirent* entry = ::readdir(dir.get())) {
+        const std::optional<int> id = kbpk_state_name_id(entry->d_name);
+        if (!id) {
+            continue;
+        }
+        if (ExitStatus st = kbpk_reload(entry->d_name, *id); st != ST_OK) {
+            return st;
+        }
+    }
+    return ST_OK;
+}
+
+ExitStatus keys_init_key_issuer() {
+    // The terminal key is protected under acquirer 0's KBPK; without it there is nothing to load.
+    if (!kbpk_exists(0)) {
+        return ST_OK;
+    }
+    std::optional<std::string> line;
+    if (sys_nvram_get(nvram_terminal_key, line) != ST_OK) {
+        return ST_FAILURE;
+    }
+    if (!line) {
+        return ST_OK;
+    }
+    std::vector<std::uint8_t> key;
+    if (ExitStatus st = terminal_key_from(nvram_value(std::move(*line)), key); st != ST_OK) {
+        return st;
+    }
+    std::string subject;
+    if (ExitStatus st = terminal_subject(subject); st != ST_OK) {
+        return st;
+    }
+    std::printf("subj:%s\n", subject.c_str());
+    if (subject.size() > subject_max) {
+        return ST_FAILURE;
+    }
+    const std::optional<SapiRequest> request = sapi_key_issuer_init(subject, key);
+    if (!request) {
+        return ST_FAILURE;
+    }
+    return sapi_exchange(*request, sapi_reply_none).status;
+}
+
+int tr2opk(std::vector<std::uint8_t>& key) {
+    // A block the request cannot carry is refused before the device is asked (D10).
+    if (key.size() > sapi::key_block_max) {
+        return 0;
+    }
+    const SapiResult r = sapi_key_install_exchange(0, key, KeyInstallSender::terminal_key);
+    if (!r.ok()) {
+        return 0;
+    }
+    const std::optional<std::vector<std::uint8_t>> opk = sapi_parse_terminal_key_reply(r.reply);
+    if (!opk) {
+        return 0;
+    }
+    std::string hex(2 * opk->size(), '\0');
+    std::memcpy(hex.data(), opk->data(), opk->size());
+    (void)bin2hex(reinterpret_cast<std::uint8_t*>(hex.data()), hex.size());
+    // Later starts take the hexadecimal path; whether nvram took it is not the start's concern.
+    (void)sys_nvram_set(nvram_terminal_key, hex.c_str());
+    (void)sys_nvram_commit();
+    key = *opk;
+    return 1;
+}
+
+ExitStatus rate_limit_init() {
+    struct stat st {};
+    if (::lstat(paths::rate_limit_state, &st) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
+        return ST_FAILURE;
+    }
+    std::vector<std::uint8_t> state(static_cast<std::size_t>(st.st_size));
+    UniqueFd fd(::open(paths::rate_limit_state, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd) {
+        std::puts("FATAL: Failed to open the rate limit state file.");
+        return ST_FAILURE;
+    }
+    if (read_full(fd.get(), state.data(), state.size()) != state.size()) {
+        std::puts("Failed to read the rate limit state file.");
+        return ST_FAILURE;
+    }
+    const std::optional<SapiRequest> request = sapi_rate_limit_init(state);
+    if (!request) {
+        return ST_FAILURE;
+    }
+    return sapi_exchange(*request, sapi_reply_none).status;
+}
+
+int cmd_keys_init(int /*argc*/, char** /*argv*/) {
+    if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
+        return st;
+    }
+    // Certificates first: the restore may bring back "terminal.crt" and decide the trust anchor
+    // that the KBPK requests below carry in their flags.
+    if (int st = keys_init_cert(); st != ST_OK) {
+        return st;
+    }
+    if (ExitStatus st = keys_init_kbpk(); st != ST_OK) {
+        return st;
+    }
+    if (::access(paths::terminal_cert, F_OK) == 0) {
+        if (ExitStatus st = keys_init_key_issuer(); st != ST_OK) {
+            return st;
+        }
+    }
+    if (::access(paths::rate_limit_state, F_OK) == 0) {
+        return rate_limit_init();
+    }
+    return ST_OK;
+}

@@ -1,0 +1,168 @@
+"""Start-up key loading through the simulated Security API device: KBPK state files with their FLAG
+files, acquirer 0's KBPK and the terminal key from nvram, the terminal certificate's subject and
+the saved rate-limit state, in that order."""
+import errno
+
+import pytest
+from orvin_sim import sapi as S
+
+from helpers import provision, run_cmd
+
+SAPI = "/home/orvin/.sapi/"
+TERMINAL = "/usr/local/share/certs/terminal.crt"
+RATE = SAPI + ".rate-limit"
+SUBJECT = b"/CN=terminal-0001"
+KBPK0 = bytes(range(32))
+CONVERTING = b"Converting Terminal Key from TR-31 to OPK.\n"
+INVALID = b"FATAL: Invalid Terminal Key.\n"
+
+
+def tr31(size=112):
+    head = b"B%04dK0RS00E0000" % size
+    return head + b"T" * (size - len(head))
+
+
+def issuer_request(key):
+    return S.request(S.KEY_ISSUER_INIT, 0, bytes([len(SUBJECT)]) + SUBJECT + key)
+
+
+def kbpk_request(acquirer, protected, flags):
+    return S.request(S.KBPK_INSTALL, acquirer, flags.to_bytes(2, "little") + protected)
+
+
+@pytest.fixture
+def kt(term):
+    term.mkdir(SAPI, 0o700)
+    term.start_sapi()
+    return term
+
+
+def with_terminal_cert(term, pki):
+    """The terminal certificate, issued under "prod-sign" from "KeySigning": bit 14 goes out."""
+    pki.issue("terminal", "terminal-0001", "prod-sign")
+    provision(term, "prod-sign")
+    term.install_cert("terminal", "terminal.crt")
+
+
+def init(term, uid=0):
+    return run_cmd(term, ["--init-keys"], uid=uid)
+
+
+def test_every_state_file_goes_back_with_its_flags(kt):
+    states = {0: (b"\x10" * 32, None), 3: (b"\x13" * 32, b"8000"), 200: (b"\x20" * 32, b"0000")}
+    for acquirer, (protected, flag) in states.items():
+        kt.write(SAPI + f".KBPK{acquirer:04d}", protected)
+        if flag is not None:
+            kt.write(SAPI + f".FLAG{acquirer:04d}", flag)
+    for stray in (".KBPK12x4", ".KBPK00012", ".KBPK0300", "KBPK0004", ".FLAG0005"):
+        kt.write(SAPI + stray, b"\x55" * 32)
+    assert init(kt) == (0, b"")
+    # No production signer from "KeySigning" here: bit 14 stays off.
+    assert sorted(kt.sapi.requests()) == sorted(kbpk_request(a, p, int(f or b"0", 16))
+                                                for a, (p, f) in states.items())
+    assert kt.sapi.kbpk(3).flags == 0x8000 and kt.sapi.kbpk(3).protected == b"\x13" * 32
+
+
+@pytest.mark.parametrize("value,status,stored", [
+    (KBPK0.hex().encode() + b"\n", 0, KBPK0),
+    (KBPK0.hex().upper().encode() + b"\n", 0, KBPK0),
+    (None, 0, None),
+    (KBPK0.hex()[:-1].encode() + b"\n", 9, None),
+    (KBPK0.hex().encode() + b"0\n", 9, None),
+    (KBPK0.hex().encode(), 9, None),  # no line end: the last digit goes with it
+    (b"zz" + KBPK0.hex()[2:].encode() + b"\n", 9, None)])
+def test_acquirer_0_comes_from_nvram_when_its_file_is_missing(kt, value, status, stored):
+    if value is not None:
+        kt.nvram_set("KBPK0000", value)
+    kt.write(SAPI + ".KBPK0001", b"\x01" * 32)
+    assert init(kt) == (status, b"")
+    assert (kt.read(SAPI + ".KBPK0000") if kt.exists(SAPI + ".KBPK0000") else None) == stored
+    assert not kt.exists(SAPI + ".FLAG0000")  # PCI PIN security stays off
+    expected = [kbpk_request(1, b"\x01" * 32, 0)] + ([kbpk_request(0, stored, 0)] if stored else [])
+    assert sorted(kt.sapi.requests()) == ([] if status else sorted(expected))
+
+
+@pytest.mark.parametrize("name,data", [(".KBPK0003", b"\x03" * 31), (".FLAG0001", b"80")])
+def test_unusable_state_file_ends_the_restore_silently(kt, name, data):
+    kt.write(SAPI + ".KBPK0001", b"\x01" * 32)
+    kt.write(SAPI + ".KBPK0003", b"\x03" * 32)
+    kt.write(SAPI + name, data)
+    kt.write(RATE, b"rate")
+    assert init(kt) == (9, b"")
+    assert S.RATE_LIMIT_INIT not in [r[0] for r in kt.sapi.requests()]
+
+
+def test_tr31_terminal_key_is_converted_then_handed_over_with_the_subject(kt, pki):
+    with_terminal_cert(kt, pki)
+    kt.write(SAPI + ".KBPK0000", b"\x10" * 32)
+    kt.nvram_set("TerminalKey", tr31() + b"\n")
+    kt.write(RATE, b"\x01\x02rate-limit state")
+    assert init(kt) == (0, CONVERTING + b"subj:" + SUBJECT + b"\n")
+    (reply,) = kt.sapi.replies()
+    opk = reply[32:]
+    assert kt.sapi.requests() == [
+        kbpk_request(0, b"\x10" * 32, 0x4000),
+        S.request(S.KEY_INSTALL, 0, tr31()),
+        issuer_request(opk),
+        S.request(S.RATE_LIMIT_INIT, 0, b"\x01\x02rate-limit state")]
+    assert kt.nvram_get("TerminalKey") == opk.hex().upper().encode()
+    assert [c.argv[1:] for c in kt.calls("/usr/sbin/nvram")][-2:] == [
+        [b"set", b"TerminalKey=" + opk.hex().upper().encode()], [b"commit"]]
+    assert kt.read(RATE) == b"\x01\x02rate-limit state"
+
+
+def test_protected_key_longer_than_the_block_is_used_whole(kt, pki):
+    with_terminal_cert(kt, pki)
+    kt.write(SAPI + ".KBPK0000", b"\x10" * 32)
+    kt.nvram_set("TerminalKey", tr31(56) + b"\n")
+    long_key = bytes(range(256)) * 2
+    kt.sapi.next_reply(b"\x00" * 32 + long_key)  # D11
+    assert init(kt) == (0, CONVERTING + b"subj:" + SUBJECT + b"\n")
+    assert kt.sapi.requests()[-1] == issuer_request(long_key)
+    assert kt.nvram_get("TerminalKey") == long_key.hex().upper().encode()
+
+
+@pytest.mark.parametrize("value,status,out,sent", [
+    (b"00A1b2ff\n", 0, b"subj:" + SUBJECT + b"\n", bytes.fromhex("00a1b2ff")),
+    (b"\n", 0, b"subj:" + SUBJECT + b"\n", b""),
+    (b"00A1b\n", 9, INVALID, None),
+    (b"00G1\n", 9, INVALID, None),
+    (tr31(4096) + b"\n", 9, CONVERTING + INVALID, None)])  # D10: refused before the device
+def test_terminal_key_from_hexadecimal(kt, pki, value, status, out, sent):
+    with_terminal_cert(kt, pki)
+    kt.write(SAPI + ".KBPK0000", b"\x10" * 32)
+    kt.nvram_set("TerminalKey", value)
+    assert init(kt) == (status, out)
+    issued = [r for r in kt.sapi.requests() if r[0] != S.KBPK_INSTALL]
+    assert issued == ([] if sent is None else [issuer_request(sent)])
+
+
+@pytest.mark.parametrize("cert,kbpk0", [(False, True), (True, False)])
+def test_terminal_key_needs_the_certificate_and_acquirer_0(kt, pki, cert, kbpk0):
+    if cert:
+        with_terminal_cert(kt, pki)
+    if kbpk0:
+        kt.write(SAPI + ".KBPK0000", b"\x10" * 32)
+    kt.nvram_set("TerminalKey", tr31() + b"\n")
+    kt.write(RATE, b"state")
+    assert init(kt) == (0, b"")
+    assert [r[0] for r in kt.sapi.requests()] == [S.KBPK_INSTALL] * kbpk0 + [S.RATE_LIMIT_INIT]
+
+
+@pytest.mark.parametrize("shape,out", [
+    ("dir", b"Failed to read the rate limit state file.\n"),
+    ("link", b"FATAL: Failed to open the rate limit state file.\n")])
+def test_rate_limit_state_that_cannot_be_read(kt, shape, out):
+    kt.write("/tmp/state", b"state")
+    kt.mkdir(RATE, 0o700) if shape == "dir" else kt.symlink("/tmp/state", RATE)
+    assert init(kt) == (9, out)
+    assert kt.sapi.requests() == []
+
+
+def test_device_failure_stops_the_later_steps(kt):
+    kt.write(SAPI + ".KBPK0001", b"\x01" * 32)
+    kt.write(RATE, b"state")
+    kt.sapi.fail_next_write(errno.EIO)
+    assert init(kt) == (9, b"FATAL: Write to the Security API device failed with code 0x05.\n")
+    assert len(kt.sapi.requests()) == 1
+
