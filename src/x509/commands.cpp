@@ -1,0 +1,117 @@
+// The two terminal-certificate commands: a certificate request and a certificate for a key the
+// security processor holds, each read from and answered through "/proc/sapi".
+#include <optional>
+#include <string>
+
+#include "base/caller.hpp"
+#include "keys/sapi.hpp"
+#include "system/tools.hpp"
+#include "x509/handlers.hpp"
+#include "x509/rsa_keys.hpp"
+#include "x509/terminal_record.hpp"
+#include "x509/x509_build.hpp"
+
+namespace {
+
+constexpr const char* serial_key = "Serial";
+constexpr std::size_t serial_length = 10;
+
+// The record the device left, taken apart; 9 without a message when it cannot be read or a length
+// leads past it.
+ExitStatus read_record(ProcRecord& raw, ProcReads reads, RecordLayout layout,
+                       std::optional<TerminalRecord>& record) {
+    if (sapi_proc_read(raw, reads) != ST_OK) {
+        return ST_FAILURE;
+    }
+    record = x509_record_parse(raw.bytes, layout);
+    return record ? ST_OK : ST_FAILURE;
+}
+
+// The key usage text, or 9 without a message when it does not fit (D12).
+ExitStatus key_usage_text(const TerminalRecord& record, std::string& text) {
+    std::optional<std::string> prepared = x509_key_usage_text(record.key_usage);
+    if (!prepared) {
+        return ST_FAILURE;
+    }
+    text = std::move(*prepared);
+    return ST_OK;
+}
+
+// The terminal's serial number: the first line nvram prints, less its last character, which must
+// leave exactly ten.
+ExitStatus terminal_serial(std::string& serial) {
+    std::optional<std::string> line;
+    if (sys_nvram_get(serial_key, line) != ST_OK || !line) {
+        return ST_FAILURE;
+    }
+    line->pop_back();
+    if (line->size() != serial_length) {
+        return ST_FAILURE;
+    }
+    serial = std::move(*line);
+    return ST_OK;
+}
+
+// The result record goes back whole or not at all.
+ExitStatus write_result(const ProcRecord& result, std::size_t length) {
+    if (length == 0) {
+        return ST_FAILURE;
+    }
+    return sapi_proc_write(std::span(result.bytes).first(length));
+}
+
+}  // namespace
+
+int cmd_x509_csr(int, char**) {
+    if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
+        return st;
+    }
+    ProcRecord raw;
+    std::optional<TerminalRecord> record;
+    if (ExitStatus st = read_record(raw, ProcReads::one, RecordLayout::request, record);
+        st != ST_OK) {
+        return st;
+    }
+    RsaNumbers terminal;
+    if (ExitStatus st = extract_rsa_key(record->key_block, terminal); st != ST_OK) {
+        return st;
+    }
+    const std::string subject = x509_subject_text("", record->common_name, csr_max_cn);
+    std::string key_usage;
+    if (ExitStatus st = key_usage_text(*record, key_usage); st != ST_OK) {
+        return st;
+    }
+    ProcRecord result;
+    return write_result(result, x509_csr(result.bytes, terminal, subject, key_usage));
+}
+
+int cmd_x509_generate(int, char**) {
+    if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
+        return st;
+    }
+    ProcRecord raw;
+    std::optional<TerminalRecord> record;
+    if (ExitStatus st = read_record(raw, ProcReads::two, RecordLayout::generation, record);
+        st != ST_OK) {
+        return st;
+    }
+    RsaNumbers key;
+    if (ExitStatus st = extract_rsa_key(record->key_block, key); st != ST_OK) {
+        return st;
+    }
+    RsaNumbers dummy;
+    if (ExitStatus st = x509_dummy_key(key.n.get(), dummy); st != ST_OK) {
+        return st;
+    }
+    std::string serial;
+    if (ExitStatus st = terminal_serial(serial); st != ST_OK) {
+        return st;
+    }
+    const std::string subject = x509_subject_text(serial, record->common_name, generate_max_cn);
+    std::string key_usage;
+    if (ExitStatus st = key_usage_text(*record, key_usage); st != ST_OK) {
+        return st;
+    }
+    ProcRecord result;
+    return write_result(result, x509_generate(result.bytes, key, dummy, subject, key_usage));
+}

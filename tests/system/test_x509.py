@@ -1,0 +1,196 @@
+"""Certificate requests and certificates for keys the security processor holds: records read from
+"/proc/sapi", the PEM text written back, and failures that write nothing."""
+import errno
+import re
+import struct
+import subprocess
+
+import pytest
+from orvin_sim import sapi as S
+
+from helpers import provision, run_cmd
+
+SERIAL = b"TS01234567"
+TERMINAL_CRT = "/usr/local/share/certs/terminal.crt"
+FIXED = "C=GB, ST=Hallowmereshire, L=Thornwickley, O=Orvin Systems Ltd, OU=Terminal, CN="
+NO_ISSUER = b"Failed to open the issuer certificate file: /usr/local/share/certs/terminal.crt\n"
+
+
+def key_block(bits, exponent=b"\x01\x00\x01"):
+    """A public key block: big-endian lengths, a modulus of exactly `bits` bits."""
+    n = bytearray(b"\x5a" * ((bits + 7) // 8))
+    n[0], n[-1] = 1 << ((bits - 1) % 8), 0x5B
+    return struct.pack(">H", len(n)) + bytes(n) + struct.pack(">H", len(exponent)) + exponent
+
+
+def texts(cn, usage):
+    return bytes([len(cn)]) + cn + bytes([len(usage)]) + usage
+
+
+def csr_record(block, cn=b"node-1", usage=b"digitalSignature"):
+    return struct.pack("<HH", len(block), 0xA5A5) + block + texts(cn, usage)
+
+
+def gen_record(block, cn=b"-node", usage=b"digitalSignature", trailing=b"\x07" * 9):
+    return struct.pack("<HHH", len(block), 0xA5A5, len(trailing)) + block + texts(cn, usage) + trailing
+
+
+def openssl_text(kind, pem):
+    r = subprocess.run(["openssl", kind, "-noout", "-text", "-nameopt", "sep_comma_plus_space,utf8"],
+                       input=pem, capture_output=True, check=True)
+    return r.stdout.decode()
+
+
+def field(text, name):
+    return re.search(rf"{name}:\s*(.*)", text).group(1)
+
+
+def extensions(text):
+    """Extension names with their values, in order, as "name[ critical]: value"."""
+    part = re.split(r"[Ee]xtensions:", text, maxsplit=1)[1].split("Signature Algorithm:", 1)[0]
+    lines = [ln.strip() for ln in part.strip().splitlines()]
+    return [f"{lines[i].rstrip(':')}: {lines[i + 1]}" for i in range(0, len(lines), 2)]
+
+
+def signature_bytes(text):
+    body = text.rsplit("Signature Value:", 1)[1]
+    return len(re.findall(r"[0-9a-f]{2}", body))
+
+
+def run(term, option, record, uid=0, first_read=None):
+    term.sapi.set_proc_record(record, first_read)
+    term.sapi.clear()
+    return run_cmd(term, [option], uid=uid)
+
+
+@pytest.fixture
+def xt(make_term, pki):
+    """A terminal with its own certificate in the store, a serial number and the device."""
+    term = make_term(sapi=True)
+    pki.issue("terminal", "Terminal TS01234567", "prod-sign")
+    provision(term, "prod-sign")
+    term.write(TERMINAL_CRT, pki.cert("terminal"))
+    term.nvram_set("Serial", SERIAL + b"\n")
+    return term
+
+
+@pytest.mark.parametrize("option", ["--x509-csr", "--x509-generate"])
+def test_application_user_is_not_enough(xt, option):
+    record = csr_record(key_block(1024)) if option == "--x509-csr" else gen_record(key_block(1024))
+    assert run(xt, option, record, uid=500) == (6, b"Access denied.\n")
+    assert xt.sapi.events(S.PROC) == []
+
+
+@pytest.mark.parametrize("bits,dummy_bytes", [(1016, 256), (1017, 128), (1024, 128), (2048, 256)])
+@pytest.mark.parametrize("usage,exts", [
+    (b"keyCertSign", ["X509v3 Basic Constraints: critical: CA:TRUE",
+                      "X509v3 Key Usage: Certificate Sign"]),
+    (b"digitalSignature,keyCertSign", ["X509v3 Basic Constraints: critical: CA:TRUE",
+                                       "X509v3 Key Usage: Digital Signature, Certificate Sign"]),
+    (b"decipherOnly", ["X509v3 Basic Constraints: critical: CA:FALSE",
+                       "X509v3 Key Usage: Key Agreement, Decipher Only"]),
+    (b"", ["X509v3 Basic Constraints: critical: CA:FALSE"])])
+def test_csr_writes_the_request_signed_by_the_dummy_key_of_its_class(xt, bits, dummy_bytes, usage,
+                                                                       exts):
+    assert run(xt, "--x509-csr", csr_record(key_block(bits), usage=usage)) == (0, b"")
+    assert [e.op for e in xt.sapi.events(S.PROC)] == ["open", "read", "close", "open", "write",
+                                                       "close"]  # a single read
+    (pem,) = xt.sapi.proc_writes()
+    assert pem.startswith(b"-----BEGIN CERTIFICATE REQUEST-----\n")
+    assert pem.endswith(b"-----END CERTIFICATE REQUEST-----\n") and pem.count(b"-----BEGIN") == 1
+    text = openssl_text("req", pem)
+    assert field(text, "Subject") == FIXED + "node-1"
+    assert f"Public-Key: ({bits} bit)" in text
+    assert extensions(text) == exts
+    assert signature_bytes(text) == dummy_bytes
+
+
+@pytest.mark.parametrize("cn,subject", [
+    (b"node/emailAddress=ops@orvin.example", FIXED + "node, emailAddress=ops@orvin.example"),
+    (b"n" * 180, FIXED + "n" * 180), (b"n" * 181, FIXED)])
+def test_csr_subject_takes_the_records_name_while_it_fits(xt, cn, subject):
+    assert run(xt, "--x509-csr", csr_record(key_block(1024), cn=cn)) == (0, b"")
+    assert field(openssl_text("req", xt.sapi.proc_writes()[0]), "Subject") == subject
+
+
+@pytest.mark.parametrize("bits,dummy_bytes", [(1024, 128), (2048, 256)])
+@pytest.mark.parametrize("usage,key_usage", [
+    (b"keyCertSign", "Certificate Sign"), (b"encipherOnly", "Key Agreement, Encipher Only"),
+    (b"", None)])
+def test_generate_issues_a_certificate_in_the_terminals_name(xt, pki, bits, dummy_bytes, usage,
+                                                             key_usage):
+    record = gen_record(key_block(bits), usage=usage)
+    serials = []
+    for _ in range(2):  # the record arrives in two reads; each run draws its own serial number
+        assert run(xt, "--x509-generate", record, first_read=5) == (0, b"")
+        (pem,) = xt.sapi.proc_writes()
+        assert pem.startswith(b"-----BEGIN CERTIFICATE-----\n") and pem.count(b"-----BEGIN") == 1
+        text = openssl_text("x509", pem)
+        serials.append(int(subprocess.run(["openssl", "x509", "-noout", "-serial"], input=pem,
+                                          capture_output=True).stdout.split(b"=")[1], 16))
+    assert serials[0] != serials[1] and all(2**63 <= s < 2**64 for s in serials)
+    issuer = openssl_text("x509", pki.cert("terminal"))
+    assert "Version: 3 (0x2)" in text
+    assert field(text, "Issuer") == field(issuer, "Subject")
+    assert field(text, "Subject") == FIXED + "TS01234567-node"
+    assert field(text, "Not Before") == "Jan  1 00:00:00 2010 GMT"
+    assert field(text, "Not After ") == "Dec 31 23:59:59 2029 GMT"
+    assert f"Public-Key: ({bits} bit)" in text
+    ski = field(issuer, "X509v3 Subject Key Identifier").strip()
+    expected = ["X509v3 Basic Constraints: critical: CA:FALSE"]
+    expected += [f"X509v3 Key Usage: {key_usage}"] if key_usage else []
+    expected += [f"X509v3 Subject Key Identifier: {extensions(text)[-2].split(': ')[1]}",
+                 f"X509v3 Authority Key Identifier: {ski}"]
+    assert extensions(text) == expected
+    assert signature_bytes(text) == dummy_bytes
+
+
+@pytest.mark.parametrize("cn,subject_cn", [(b"x" * 170, "TS01234567" + "x" * 170),
+                                           (b"x" * 171, "TS01234567")])
+def test_generate_keeps_the_name_after_the_serial_while_it_fits(xt, cn, subject_cn):
+    assert run(xt, "--x509-generate", gen_record(key_block(2048), cn=cn)) == (0, b"")
+    assert field(openssl_text("x509", xt.sapi.proc_writes()[0]), "Subject") == FIXED + subject_cn
+
+
+@pytest.mark.parametrize("serial", [b"TS0123456\n", b"TS012345678\n", SERIAL, b"\n", None])
+def test_generate_needs_a_serial_line_of_ten_characters(xt, serial):
+    if serial is None:
+        xt.remove("/var/sim/nvram/Serial")
+    else:
+        xt.nvram_set("Serial", serial)
+    assert run(xt, "--x509-generate", gen_record(key_block(1024))) == (9, b"")
+    assert xt.sapi.proc_writes() == []
+    assert [c.argv for c in xt.calls("/usr/sbin/nvram")][-1] == [b"nvram", b"get", b"Serial"]
+
+
+def test_generate_without_the_terminal_certificate(xt):
+    xt.remove(TERMINAL_CRT)
+    assert run(xt, "--x509-generate", gen_record(key_block(1024))) == (9, NO_ISSUER)
+    assert xt.sapi.proc_writes() == []
+
+
+BAD_MODULUS = struct.pack(">H", 5000) + b"\x01" * 8
+BAD_EXPONENT = struct.pack(">H", 1) + b"\xc5" + struct.pack(">H", 4090)
+
+
+@pytest.mark.parametrize("option,make", [("--x509-csr", csr_record), ("--x509-generate", gen_record)])
+@pytest.mark.parametrize("case,out", [
+    ("empty", b""), ("modulus", b"Failed to get modulus\n"),
+    ("exponent", b"Failed to get public exponent\n"), ("usage_D12", b""), ("short_write", b""),
+    ("write_refused", b""), ("no_proc", b"")])
+def test_failures_end_with_9_and_write_nothing(xt, option, make, case, out):
+    record = {"empty": b"", "modulus": make(BAD_MODULUS), "exponent": make(BAD_EXPONENT),
+              "usage_D12": make(key_block(1024), usage=b"decipherOnly" + b"x" * 231)}.get(
+                  case, make(key_block(1024)))
+    xt.sapi.set_proc_record(record)
+    run_cmd(xt, [])
+    xt.sapi.clear()
+    if case == "short_write":
+        xt.sapi.short_write(100, which=S.PROC)
+    elif case == "write_refused":
+        xt.sapi.fail_next_write(errno.EIO, which=S.PROC)
+    elif case == "no_proc":
+        xt.sapi.refuse_open(which=S.PROC)
+    assert run_cmd(xt, [option]) == (9, out)
+    accepted = [e for e in xt.sapi.events(S.PROC) if e.op == "write" and e.result > 0]
+    assert len(accepted) == (1 if case == "short_write" else 0)

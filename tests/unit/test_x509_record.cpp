@@ -1,0 +1,161 @@
+// Taking apart the terminal's certificate records and making their subject and key usage texts.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "x509/terminal_record.hpp"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// A record in a zero-filled 4096-byte buffer, as the proc read leaves it.
+std::array<std::uint8_t, 4096> record(RecordLayout layout, const Bytes& key, const std::string& cn,
+                                      const std::string& usage) {
+    std::array<std::uint8_t, 4096> buf{};
+    buf[0] = static_cast<std::uint8_t>(key.size());
+    buf[1] = static_cast<std::uint8_t>(key.size() >> 8);
+    std::size_t pos = layout == RecordLayout::request ? 4 : 6;
+    if (layout == RecordLayout::generation) {
+        buf[4] = 3;  // trailing field: never read
+    }
+    for (std::uint8_t b : key) {
+        buf[pos++] = b;
+    }
+    buf[pos++] = static_cast<std::uint8_t>(cn.size());
+    for (char c : cn) {
+        buf[pos++] = static_cast<std::uint8_t>(c);
+    }
+    buf[pos++] = static_cast<std::uint8_t>(usage.size());
+    for (char c : usage) {
+        buf[pos++] = static_cast<std::uint8_t>(c);
+    }
+    return buf;
+}
+
+const std::string prefix(x509_subject_prefix);
+
+TEST(X509RecordParse, FindsTheTextsBehindTheKeyBlockOfEitherLayout) {
+    const Bytes key = {0x00, 0x01, 0xC5, 0x00, 0x01, 0x03};
+    for (RecordLayout layout : {RecordLayout::request, RecordLayout::generation}) {
+        auto buf = record(layout, key, "node-7", "digitalSignature");
+        auto parsed = x509_record_parse(buf, layout);
+        ASSERT_TRUE(parsed);
+        const std::size_t at = layout == RecordLayout::request ? 4 : 6;
+        EXPECT_EQ(parsed->key_block.data(), buf.data() + at);
+        EXPECT_EQ(parsed->key_block.size(), buf.size() - at);  // runs on: its own lengths rule
+        EXPECT_EQ(parsed->common_name, "node-7");
+        EXPECT_EQ(parsed->key_usage, "digitalSignature");
+    }
+}
+
+TEST(X509RecordParse, RefusesLengthsThatLeadPastTheBuffer) {
+    std::array<std::uint8_t, 4096> buf{};
+    const struct {
+        std::size_t key_length;
+        std::size_t cn_length;  // written where the common name length goes, if inside
+        bool ok;
+    } rows[] = {
+        {4090, 0, true},                      // N and K are the last two bytes, both 0
+        {4091, 0, false},                     // K would be past the end
+        {4092, 0, false},                     // N would be past the end
+        {65535, 0, false}, {4000, 90, true},  // the name ends where K is the last byte
+        {4000, 91, false},                    // the name runs one byte too far
+    };
+    for (const auto& r : rows) {
+        buf.fill(0);
+        buf[0] = static_cast<std::uint8_t>(r.key_length);
+        buf[1] = static_cast<std::uint8_t>(r.key_length >> 8);
+        if (4 + r.key_length < buf.size()) {
+            buf[4 + r.key_length] = static_cast<std::uint8_t>(r.cn_length);
+        }
+        EXPECT_EQ(x509_record_parse(buf, RecordLayout::request).has_value(), r.ok) << r.key_length;
+    }
+}
+
+TEST(X509SubjectText, KeepsTheNameOnlyWhileTheSubjectHasRoomForIt) {
+    const std::string serial = "0123456789";
+    const struct {
+        std::string lead;
+        std::string cn;
+        std::size_t max;
+        std::string text;
+    } rows[] = {
+        {"", "node", csr_max_cn, prefix + "node"},
+        {"", std::string(180, 'a'), csr_max_cn, prefix + std::string(180, 'a')},
+        {"", std::string(181, 'a'), csr_max_cn, prefix},
+        {serial, "-x", generate_max_cn, prefix + serial + "-x"},
+        {serial, std::string(170, 'b'), generate_max_cn, prefix + serial + std::string(170, 'b')},
+        {serial, std::string(171, 'b'), generate_max_cn, prefix + serial},
+        {"", std::string("ab\0cd", 5), csr_max_cn, prefix + "ab"},  // a zero byte ends it
+    };
+    for (const auto& r : rows) {
+        const std::string text = x509_subject_text(r.lead, r.cn, r.max);
+        EXPECT_EQ(text, r.text) << r.cn.size();
+        EXPECT_LE(text.size(), 255u);
+    }
+}
+
+TEST(X509KeyUsageText, PrefixesAgreementOnlyForATextThatBeginsWithAnOnlyUsage_D12) {
+    const std::string agreement = "keyAgreement,";
+    const struct {
+        std::string record;
+        std::optional<std::string> text;
+    } rows[] = {
+        {"", ""},
+        {"digitalSignature", "digitalSignature"},
+        {"encipherOnly", "keyAgreement,encipherOnly"},
+        {"decipherOnly,keyCertSign", "keyAgreement,decipherOnly,keyCertSign"},
+        {"keyCertSign,decipherOnly", "keyCertSign,decipherOnly"},
+        {"decipher", "decipher"},
+        {"DecipherOnly", "DecipherOnly"},
+        {std::string(255, 'x'), std::string(255, 'x')},
+        {"decipherOnly" + std::string(230, 'x'),
+         agreement + "decipherOnly" + std::string(230, 'x')},
+        {"decipherOnly" + std::string(231, 'x'), std::nullopt},  // 256 with the prefix
+        {"encipherOnly" + std::string(243, 'x'), std::nullopt},
+        {std::string("ab\0cd", 5), "ab"},
+    };
+    for (const auto& r : rows) {
+        EXPECT_EQ(x509_key_usage_text(r.record), r.text) << r.record;
+    }
+}
+
+TEST(X509SubjectParse, TakesTheEntriesInOrderAsEachTestLeavesThePiece) {
+    using E = std::vector<SubjectEntry>;
+    const E fixed = {{"C", "GB"},
+                     {"ST", "Hallowmereshire"},
+                     {"L", "Thornwickley"},
+                     {"O", "Orvin Systems Ltd"},
+                     {"OU", "Terminal"}};
+    auto with = [&](E more) {
+        E all = fixed;
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    };
+    const struct {
+        std::string text;
+        E entries;
+    } rows[] = {
+        {prefix + "node", with({{"CN", "node"}})},
+        {prefix, with({{"CN", ""}})},
+        {prefix + "node/emailAddress=a@b.example",
+         with({{"CN", "node"}, {"emailAddress", "a@b.example"}})},
+        {prefix + "node/  OU=extra", with({{"CN", "node"}, {"OU", "extra"}})},
+        {prefix + "x//y/junk=1", with({{"CN", "x"}})},
+        // Each test looks at what the earlier ones left: a chain of keys yields an entry per key.
+        {"/C=ST=L=v", {{"C", "ST=L=v"}, {"ST", "L=v"}, {"L", "v"}}},
+        {"/CN=emailAddress=m", {{"CN", "emailAddress=m"}, {"emailAddress", "m"}}},
+        {"/OU=C=x", {{"OU", "C=x"}}},  // C was tried before OU
+        {"", {}},
+    };
+    for (const auto& r : rows) {
+        EXPECT_EQ(x509_subject_parse(r.text), r.entries) << r.text;
+    }
+}
+
+}  // namespace
