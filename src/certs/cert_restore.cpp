@@ -13,7 +13,7 @@
 #include "base/shared.hpp"
 #include "base/status.hpp"
 #include "certs/cert_install.hpp"
-#include "keys/hex.hpp"
+#include "base/hex.hpp"
 #include "system/tools.hpp"
 #include "verify/cert_chain.hpp"
 #include "verify/x509_name.hpp"

@@ -18,82 +18,12 @@
 
 namespace {
 
-struct FreeDeleter {
-    void operator()(char* p) const noexcept { std::free(p); }
-};
-
-// realpath with a heap result, so no length limit applies.
-std::optional<std::string> resolve(const std::string& path) {
-    std::unique_ptr<char, FreeDeleter> r(realpath(path.c_str(), nullptr));
-    if (!r) {
-        return std::nullopt;
-    }
-    return std::string(r.get());
-}
-
 ExitStatus invalid_destination(const char* dest) {
     std::printf("Invalid destination path: %s\n", dest);
     return ST_BAD_PATH;
 }
 
 }  // namespace
-
-std::string install_full_path(const std::string& source, const std::string& dest) {
-    if (!dest.empty() && dest.back() == '/') {
-        return dest + base_name(source);
-    }
-    return dest;
-}
-
-bool path_has_bad_component(const std::string& dest) {
-    std::size_t start = 0;
-    if (!dest.empty() && dest.front() == '/') {
-        start = 1;
-    }
-    while (start < dest.size()) {
-        std::size_t end = dest.find('/', start);
-        if (end == std::string::npos) {
-            end = dest.size();
-        }
-        std::string_view comp(dest.data() + start, end - start);
-        if (comp.empty() || comp == "." || comp == "..") {
-            return true;
-        }
-        start = end + 1;
-    }
-    return false;
-}
-
-bool path_stays_inside(const std::string& full, const std::string& area) {
-    std::string existing = dir_part(full);
-    std::string rest = full.substr(existing.size());
-    struct stat st {};
-    while (existing.size() > 1) {
-        std::string probe = existing.substr(0, existing.size() - 1);
-        if (lstat(probe.c_str(), &st) == 0) {
-            break;
-        }
-        std::string up = dir_part(probe);
-        rest = probe.substr(up.size()) + "/" + rest;
-        existing = up;
-    }
-    // A dangling link cannot be shown to stay inside, so it does not.
-    std::optional<std::string> real = resolve(existing);
-    if (!real) {
-        return false;
-    }
-    std::string result = *real;
-    if (result.back() != '/') {
-        result += '/';
-    }
-    result += rest;
-    return starts_with(result, area.c_str());
-}
-
-bool path_exists(const char* path) {
-    struct stat st {};
-    return caller_access(path, F_OK) || lstat(path, &st) == 0;
-}
 
 ExitStatus file_install_verify(const char* source, const char* dest, const std::string& cn) {
     const std::string d(dest);
@@ -138,7 +68,7 @@ ExitStatus file_access_verify(const char* path, int& is_cert, std::string& resol
         std::printf("Invalid file: %s\n", path);
         return ST_BAD_ARGUMENT;
     }
-    std::optional<std::string> real = resolve(path);
+    std::optional<std::string> real = resolve_path(path);
     if (!real) {
         std::printf("Failed to obtain absolute path: %s\n", path);
         return ST_FAILURE;
@@ -163,7 +93,7 @@ ExitStatus file_access_verify(const char* path, int& is_cert, std::string& resol
 }
 
 ExitStatus file_rename_verify(const char* source, const char* new_name) {
-    std::optional<std::string> real = resolve(source);
+    std::optional<std::string> real = resolve_path(source);
     if (!real) {
         std::printf("Failed to obtain absolute path: %s\n", source);
         return ST_FAILURE;

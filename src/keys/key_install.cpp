@@ -15,11 +15,11 @@
 #include <vector>
 
 #include "base/caller.hpp"
+#include "base/path_rules.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
-#include "install/policy.hpp"
 #include "keys/acquirer.hpp"
 #include "keys/handlers.hpp"
 #include "keys/kbpk.hpp"

@@ -20,7 +20,7 @@
 #include "base/paths.hpp"
 #include "certs/cert_restore.hpp"
 #include "keys/handlers.hpp"
-#include "keys/hex.hpp"
+#include "base/hex.hpp"
 #include "keys/kbpk.hpp"
 #include "keys/sapi.hpp"
 #include "system/staged_file.hpp"

@@ -16,7 +16,7 @@
 #include "base/fd.hpp"
 #include "base/io.hpp"
 #include "base/paths.hpp"
-#include "keys/hex.hpp"
+#include "base/hex.hpp"
 #include "keys/sapi.hpp"
 #include "state/handlers.hpp"
 

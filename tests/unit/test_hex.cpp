@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "keys/hex.hpp"
+#include "base/hex.hpp"
 
 namespace {
 

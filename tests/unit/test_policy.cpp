@@ -2,7 +2,7 @@
 // path components at the very end. Links (D7) are checked on the real program.
 #include <gtest/gtest.h>
 
-#include "install/policy.hpp"
+#include "base/path_rules.hpp"
 
 TEST(InstallPolicy, FullPathComesFromSourceAndDestination) {
     EXPECT_EQ(install_full_path("app", "/usr/local/share/"), "/usr/local/share/app");

@@ -1,5 +1,5 @@
 // The one hexadecimal codec, and the four-digit number of KBPK state file names; all in place.
-#include "keys/hex.hpp"
+#include "base/hex.hpp"
 
 #include <cstring>
 

@@ -1,0 +1,23 @@
+// Rules for paths a caller names as destinations: composition, plain components, and staying
+// inside the area the text names (D7).
+#pragma once
+
+#include <optional>
+#include <string>
+
+// The installed path: a destination ending in "/" names a directory and gets the source's base
+// name; any other destination is the path itself.
+[[nodiscard]] std::string install_full_path(const std::string& source, const std::string& dest);
+
+// True when dest has an empty, "." or ".." component (a final "/" is allowed) (D7).
+[[nodiscard]] bool path_has_bad_component(const std::string& dest);
+
+// True when the deepest existing entry on the way to full resolves, with the rest appended,
+// inside area (D7).
+[[nodiscard]] bool path_stays_inside(const std::string& full, const std::string& area);
+
+// True when anything exists at path, a dangling link included.
+[[nodiscard]] bool path_exists(const char* path);
+
+// realpath with a heap result, so no length limit applies; nothing when it cannot resolve.
+[[nodiscard]] std::optional<std::string> resolve_path(const std::string& path);
