@@ -27,3 +27,15 @@ std::optional<int> acquirer_id_parse(const char* text, uid_t caller_uid) {
 std::optional<int> acquirer_id(const char* text) {
     return acquirer_id_parse(text, caller().uid);
 }
+
+ExitStatus acquirer_command_start(const char* id_text, int& id) {
+    if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
+        return st;
+    }
+    std::optional<int> parsed = acquirer_id(id_text);
+    if (!parsed) {
+        return ST_BAD_ARGUMENT;
+    }
+    id = *parsed;
+    return ST_OK;
+}

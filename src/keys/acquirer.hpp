@@ -5,6 +5,8 @@
 
 #include <optional>
 
+#include "base/status.hpp"
+
 inline constexpr int acquirer_max = 255;
 
 // Decimal, octal ("017") or hexadecimal ("0x1F"); leading blanks skipped, nothing may follow;
@@ -14,3 +16,7 @@ inline constexpr int acquirer_max = 255;
 // The rule for the recorded caller (D1). Refusal is status 1 without a message; that is the
 // handler's to return.
 [[nodiscard]] std::optional<int> acquirer_id(const char* text);
+
+// The start of every KBPK and key command: the caller rule ("Access denied.", 6), then the
+// acquirer ID rule (1, no message).
+[[nodiscard]] ExitStatus acquirer_command_start(const char* id_text, int& id);

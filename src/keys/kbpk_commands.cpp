@@ -12,19 +12,6 @@
 
 namespace {
 
-// The caller rule, then the acquirer ID rule; a refused ID ends with 1 and no message.
-ExitStatus kbpk_command_start(const char* id_text, int& id) {
-    if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
-        return st;
-    }
-    std::optional<int> parsed = acquirer_id(id_text);
-    if (!parsed) {
-        return ST_BAD_ARGUMENT;
-    }
-    id = *parsed;
-    return ST_OK;
-}
-
 // A rejected KBPK file goes with its signature, as far as the caller could delete them (D2);
 // a refused deletion has printed its line and changes no status.
 void kbpk_file_reject(const char* path) {
@@ -48,7 +35,7 @@ void print_invalid_signer(const std::string& role) {
 
 int cmd_kbpk_install_check(int /*argc*/, char** argv) {
     int id = 0;
-    if (ExitStatus st = kbpk_command_start(argv[2], id); st != ST_OK) {
+    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;
     }
     if (kbpk_exists(id)) {
@@ -71,7 +58,7 @@ int cmd_kbpk_install_check(int /*argc*/, char** argv) {
 
 int cmd_kbpk_install(int /*argc*/, char** argv) {
     int id = 0;
-    if (ExitStatus st = kbpk_command_start(argv[2], id); st != ST_OK) {
+    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;
     }
     if (kbpk_exists(id)) {
@@ -105,7 +92,7 @@ int cmd_kbpk_install(int /*argc*/, char** argv) {
 
 int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
     int id = 0;
-    if (ExitStatus st = kbpk_command_start(argv[2], id); st != ST_OK) {
+    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;
     }
     if (!kbpk_exists(id)) {
@@ -141,7 +128,7 @@ int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
 
 int cmd_kbpk_remove(int /*argc*/, char** argv) {
     int id = 0;
-    if (ExitStatus st = kbpk_command_start(argv[2], id); st != ST_OK) {
+    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;
     }
     if (!kbpk_exists(id)) {
@@ -156,7 +143,7 @@ int cmd_kbpk_remove(int /*argc*/, char** argv) {
 
 int cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
     int id = 0;
-    if (ExitStatus st = kbpk_command_start(argv[2], id); st != ST_OK) {
+    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;
     }
     if (!kbpk_exists(id)) {

@@ -172,14 +172,9 @@ ExitStatus opk_file_write(int dir, const KeyPlace& place, const std::string& tar
 
 // The caller rule, the acquirer ID rule and the acquirer's KBPK; nothing is deleted before these.
 ExitStatus key_command_start(const char* id_text, int& id) {
-    if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
+    if (ExitStatus st = acquirer_command_start(id_text, id); st != ST_OK) {
         return st;
     }
-    std::optional<int> parsed = acquirer_id(id_text);
-    if (!parsed) {
-        return ST_BAD_ARGUMENT;
-    }
-    id = *parsed;
     return kbpk_exists(id) ? ST_OK : ST_KBPK_PRESENCE;
 }
 
