@@ -16,6 +16,7 @@
 #include "base/shared.hpp"
 #include "install/handlers.hpp"
 #include "install/policy.hpp"
+#include "install/staged_copy.hpp"
 #include "system/osfs.hpp"
 #include "system/staged_file.hpp"
 #include "verify/delete.hpp"
@@ -34,47 +35,6 @@ struct Ownership {
     gid_t gid = 0;
 };
 
-// Copies exactly size bytes of the source, opened with the caller's rights (D3), into out,
-// digesting what was written so it can be checked against the signature afterwards (D6).
-ExitStatus copy_into(const char* source, const std::string& dest, const StagedFile& out,
-                     Digest* digest) {
-    struct stat st {};
-    if (caller_lstat(source, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
-    }
-    UniqueFd in = caller_open(source, O_RDONLY | O_NONBLOCK);
-    if (!in) {
-        std::puts("FATAL: Failed to open input file.");
-        return ST_FAILURE;
-    }
-    if (!out.valid()) {
-        std::printf("FATAL: Failed to create output file: %s\n", dest.c_str());
-        return ST_FAILURE;
-    }
-    Sha256 sha;
-    std::vector<char> block(io_block);
-    auto remaining = static_cast<std::uint64_t>(st.st_size);
-    while (remaining > 0) {
-        std::size_t want = remaining < block.size() ? remaining : block.size();
-        if (read_full(in.get(), block.data(), want) != want) {
-            std::puts("FATAL: Failed to read a data block.");
-            return ST_FAILURE;
-        }
-        if (write_full(out.fd(), block.data(), want) != want) {
-            std::puts("FATAL: Failed to write a data block.");
-            return ST_FAILURE;
-        }
-        sha.update(block.data(), want);
-        remaining -= want;
-    }
-    if (digest != nullptr && !sha.final(*digest)) {
-        std::puts("FATAL: OpenSSL failure.");
-        return ST_FAILURE;
-    }
-    return ST_OK;
-}
-
 ExitStatus set_owner_and_mode(const StagedFile& f, const Ownership& owner, mode_t mode) {
     if (owner.app_group && fchown(f.fd(), 0, owner.gid) != 0) {
         std::puts("Failed to set user and group ID's.");
@@ -83,26 +43,6 @@ ExitStatus set_owner_and_mode(const StagedFile& f, const Ownership& owner, mode_
     if (fchmod(f.fd(), mode) != 0) {
         std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
-    }
-    return ST_OK;
-}
-
-// The bytes now staged must carry a valid signature by the same signer that was accepted (D6).
-ExitStatus recheck_staged(const Digest& digest, const std::string& installed_sig,
-                          const std::string& cn) {
-    Signature sig{};
-    UniqueFd fd(open(installed_sig.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (!fd || read_full(fd.get(), sig.data(), sig.size()) != sig.size()) {
-        std::printf("Failed to read the signature file: %s\n", installed_sig.c_str());
-        return ST_FAILURE;
-    }
-    SignerResult signer = sig_find_signer(digest, sig);
-    if (!signer.verified()) {
-        return signer.status;
-    }
-    if (signer.cn != cn) {
-        std::puts("Signature check failed.");
-        return ST_BAD_SIGNATURE;
     }
     return ST_OK;
 }

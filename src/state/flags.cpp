@@ -1,15 +1,13 @@
 // Restore-point, factory and wipe requests: a kernel flag that the platform acts on at the next
 // start.
-#include <fcntl.h>
 #include <syslog.h>
 
 #include <cstdio>
 
 #include "base/caller.hpp"
-#include "base/fd.hpp"
-#include "base/io.hpp"
 #include "base/paths.hpp"
 #include "state/handlers.hpp"
+#include "system/flag.hpp"
 #include "system/tools.hpp"
 
 namespace {
@@ -30,19 +28,18 @@ int flag_request(const FlagRequest& r) {
         syslog(LOG_INFO, "Failed to process %s request. Access denied", r.name);
         return st;
     }
-    UniqueFd fd(open(r.path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    if (!fd) {
-        std::printf("FATAL: Failed to open %s flag\n", r.name);
-        syslog(LOG_INFO, "Failed to process %s request. Failed to open %s flag", r.name, r.name);
-        return ST_FAILURE;
+    switch (set_kernel_flag(r.path)) {
+        case FlagResult::open_failed:
+            std::printf("FATAL: Failed to open %s flag\n", r.name);
+            syslog(LOG_INFO, "Failed to process %s request. Failed to open %s flag", r.name, r.name);
+            return ST_FAILURE;
+        case FlagResult::write_failed:
+            std::printf("FATAL: Failed to set %s flag\n", r.name);
+            syslog(LOG_INFO, "Failed to process %s request. %s %d", r.name, r.error_word, ST_FAILURE);
+            return ST_FAILURE;
+        case FlagResult::set:
+            break;
     }
-    if (write_full(fd.get(), "1", 1) != 1) {
-        std::printf("FATAL: Failed to set %s flag\n", r.name);
-        fd.reset();
-        syslog(LOG_INFO, "Failed to process %s request. %s %d", r.name, r.error_word, ST_FAILURE);
-        return ST_FAILURE;
-    }
-    fd.reset();
     std::puts(r.done);
     if (r.reboot) {
         sys_reboot();

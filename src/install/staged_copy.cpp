@@ -1,0 +1,73 @@
+// Copying an offered file into a staged file with the caller's rights, and checking that the
+// staged bytes still carry the accepted signer's signature (D6).
+#include "install/staged_copy.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+#include "base/caller.hpp"
+#include "base/fd.hpp"
+#include "base/io.hpp"
+
+ExitStatus copy_into(const char* source, const std::string& dest, const StagedFile& out,
+                     Digest* digest) {
+    struct stat st {};
+    if (caller_lstat(source, &st) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
+        return ST_FAILURE;
+    }
+    UniqueFd in = caller_open(source, O_RDONLY | O_NONBLOCK);
+    if (!in) {
+        std::puts("FATAL: Failed to open input file.");
+        return ST_FAILURE;
+    }
+    if (!out.valid()) {
+        std::printf("FATAL: Failed to create output file: %s\n", dest.c_str());
+        return ST_FAILURE;
+    }
+    Sha256 sha;
+    std::vector<char> block(io_block);
+    auto remaining = static_cast<std::uint64_t>(st.st_size);
+    while (remaining > 0) {
+        std::size_t want = remaining < block.size() ? remaining : block.size();
+        if (read_full(in.get(), block.data(), want) != want) {
+            std::puts("FATAL: Failed to read a data block.");
+            return ST_FAILURE;
+        }
+        if (write_full(out.fd(), block.data(), want) != want) {
+            std::puts("FATAL: Failed to write a data block.");
+            return ST_FAILURE;
+        }
+        sha.update(block.data(), want);
+        remaining -= want;
+    }
+    if (digest != nullptr && !sha.final(*digest)) {
+        std::puts("FATAL: OpenSSL failure.");
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+ExitStatus recheck_staged(const Digest& digest, const std::string& staged_sig,
+                          const std::string& cn) {
+    Signature sig{};
+    UniqueFd fd(open(staged_sig.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!fd || read_full(fd.get(), sig.data(), sig.size()) != sig.size()) {
+        std::printf("Failed to read the signature file: %s\n", staged_sig.c_str());
+        return ST_FAILURE;
+    }
+    SignerResult signer = sig_find_signer(digest, sig);
+    if (!signer.verified()) {
+        return signer.status;
+    }
+    if (signer.cn != cn) {
+        std::puts("Signature check failed.");
+        return ST_BAD_SIGNATURE;
+    }
+    return ST_OK;
+}
+

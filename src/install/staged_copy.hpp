@@ -1,0 +1,19 @@
+// Copying an offered file into a staged file with the caller's rights, and checking that the
+// staged bytes still carry the accepted signer's signature (D6).
+#pragma once
+
+#include <string>
+
+#include "base/status.hpp"
+#include "system/staged_file.hpp"
+#include "verify/signature.hpp"
+
+// Copies exactly the lstat size of source, opened with the caller's rights (D3), into out; gives
+// the digest of what was written when digest is not null.
+[[nodiscard]] ExitStatus copy_into(const char* source, const std::string& dest,
+                                   const StagedFile& out, Digest* digest);
+
+// The staged bytes (their digest) must carry a valid signature in the root-owned signature file,
+// made by the signer that was accepted; 7 otherwise.
+[[nodiscard]] ExitStatus recheck_staged(const Digest& digest, const std::string& staged_sig,
+                                        const std::string& cn);
