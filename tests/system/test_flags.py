@@ -84,3 +84,10 @@ def test_refused_update_is_logged_in_its_own_words(term, syslog):
     syslog()
     assert run_cmd(term, ["--update-os", "/tmp/os.img"], uid=1000) == (6, b"Access denied.\n")
     assert syslog() == ["Request for os_update", "failed to process os_update request. Access denied"]
+
+
+def test_failed_update_logs_its_status(term, syslog):
+    term.write("/tmp/os.img", b"unsigned")
+    syslog()
+    assert run_cmd(term, ["--update-os", "/tmp/os.img"])[0] == 7
+    assert syslog() == ["Request for os_update", "failed to process os_update request. Error- 7"]

@@ -1,0 +1,196 @@
+// Screen images and operating-system updates: signed content written into raw partitions.
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "base/caller.hpp"
+#include "base/paths.hpp"
+#include "install/handlers.hpp"
+#include "install/staged_copy.hpp"
+#include "system/flag.hpp"
+#include "system/mtd.hpp"
+#include "system/staged_file.hpp"
+#include "system/tools.hpp"
+#include "verify/delete.hpp"
+#include "verify/signature.hpp"
+
+namespace {
+
+constexpr off_t screen_image_size = 131072;
+constexpr const char* os_signer = "OperatingSystem";
+
+ExitStatus file_verify_image_file(const char* path) {
+    struct stat st {};
+    if (caller_lstat(path, &st) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
+        return ST_FAILURE;
+    }
+    if (st.st_size != screen_image_size) {
+        std::puts("Invalid image file.");
+        return ST_BAD_ARGUMENT;
+    }
+    return ST_OK;
+}
+
+// A root-only copy of the offered image and its signature, checked again against the signer
+// that was accepted: the flash tools read this copy, so what reaches the partition is what was
+// verified, whatever the caller does to the file meanwhile (D6).
+class ImageSnapshot {
+public:
+    ImageSnapshot() : dir_(paths::image_staging) {
+        if (mkdtemp(dir_.data()) == nullptr) {
+            dir_.clear();
+        }
+    }
+    ~ImageSnapshot() {
+        if (!dir_.empty()) {
+            unlink(sig_path().c_str());
+            unlink(path().c_str());
+            rmdir(dir_.c_str());
+        }
+    }
+    ImageSnapshot(const ImageSnapshot&) = delete;
+    ImageSnapshot& operator=(const ImageSnapshot&) = delete;
+
+    [[nodiscard]] std::string path() const { return dir_ + "/image"; }
+
+    [[nodiscard]] ExitStatus take(const char* source, const std::string& cn) {
+        if (dir_.empty()) {
+            std::printf("FATAL: Failed to create output file: %s\n", paths::image_staging);
+            return ST_FAILURE;
+        }
+        if (ExitStatus st = copy_file(std::string(source) + ".sig", sig_path(), nullptr);
+            st != ST_OK) {
+            return st;
+        }
+        Digest digest{};
+        if (ExitStatus st = copy_file(source, path(), &digest); st != ST_OK) {
+            return st;
+        }
+        return recheck_staged(digest, sig_path(), cn);
+    }
+
+private:
+    [[nodiscard]] std::string sig_path() const { return path() + ".sig"; }
+
+    static ExitStatus copy_file(const std::string& from, const std::string& to, Digest* digest) {
+        StagedFile staged(to);
+        if (ExitStatus st = copy_into(from.c_str(), to, staged, digest); st != ST_OK) {
+            return st;
+        }
+        if (!staged.publish(to)) {
+            std::printf("FATAL: Failed to create output file: %s\n", to.c_str());
+            return ST_FAILURE;
+        }
+        return ST_OK;
+    }
+
+    std::string dir_;
+};
+
+// The signature check of the image commands; a refused image goes with its signature as far as
+// the caller could delete them (D2) when the command installs.
+SignerResult image_signer(const char* path, bool delete_rejected) {
+    SignerResult signer = file_verify(path);
+    if (signer.status == ST_BAD_SIGNATURE && delete_rejected) {
+        (void)file_sig_unlink(path);
+    }
+    return signer;
+}
+
+ExitStatus os_update_steps(const char* image) {
+    SignerResult signer = file_verify(image);
+    if (signer.status != ST_OK && signer.status != ST_BAD_SIGNATURE) {
+        return signer.status;
+    }
+    if (signer.verified() && signer.cn != os_signer) {
+        std::printf("Invalid signature: %s.\n", signer.cn.c_str());
+        signer.status = ST_BAD_SIGNATURE;
+    }
+    ImageSnapshot snapshot;
+    if (signer.verified()) {
+        signer.status = snapshot.take(image, signer.cn);
+    }
+    if (signer.status == ST_BAD_SIGNATURE) {
+        (void)file_sig_unlink(image);
+    }
+    if (!signer.verified()) {
+        return signer.status;
+    }
+    if (sys_nandwrite(paths::mtd_os_update, snapshot.path().c_str()) != ST_OK) {
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+}  // namespace
+
+int cmd_image_install_check(int, char** argv) {
+    if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
+        return st;
+    }
+    if (SignerResult signer = image_signer(argv[2], false); !signer.verified()) {
+        return signer.status;
+    }
+    if (ExitStatus st = file_verify_image_file(argv[2]); st != ST_OK) {
+        return st;
+    }
+    std::puts("Image file can be installed.");
+    return ST_OK;
+}
+
+int cmd_image_install(int, char** argv) {
+    if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
+        return st;
+    }
+    SignerResult signer = image_signer(argv[2], true);
+    if (!signer.verified()) {
+        return signer.status;
+    }
+    if (ExitStatus st = file_verify_image_file(argv[2]); st != ST_OK) {
+        return st;
+    }
+    ImageSnapshot snapshot;
+    if (ExitStatus st = snapshot.take(argv[2], signer.cn); st != ST_OK) {
+        if (st == ST_BAD_SIGNATURE) {
+            (void)file_sig_unlink(argv[2]);
+        }
+        return st;
+    }
+    if (sys_nandwrite(paths::mtd_screens, snapshot.path().c_str()) != ST_OK) {
+        return ST_FAILURE;
+    }
+    std::puts("Image file installed.");
+    return ST_OK;
+}
+
+int cmd_os_update(int, char** argv) {
+    syslog(LOG_INFO, "Request for os_update");
+    if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
+        syslog(LOG_INFO, "failed to process os_update request. Access denied");
+        return st;
+    }
+    ExitStatus st = os_update_steps(argv[2]);
+    if (st == ST_OK) {
+        switch (set_kernel_flag(paths::flag_os_update)) {
+            case FlagResult::open_failed:
+                // The one failure after the access test that leaves no log line.
+                std::puts("FATAL: Failed to open os_update flag");
+                return ST_FAILURE;
+            case FlagResult::write_failed:
+                std::puts("FATAL: Failed to set os_update flag");
+                st = ST_FAILURE;
+                break;
+            case FlagResult::set:
+                std::puts("OS image loaded and update flag set. Rebooting to commit...");
+                sys_reboot();
+                return ST_OK;
+        }
+    }
+    syslog(LOG_INFO, "failed to process os_update request. Error- %d", st);
+    return st;
+}
