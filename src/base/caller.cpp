@@ -42,8 +42,6 @@ const Caller& caller() { return recorded(); }
 bool caller_allowed(CallerRule rule) {
     const uid_t uid = caller().uid;
     switch (rule) {
-        case CallerRule::anyone:
-            return true;
         case CallerRule::root_only:
             return uid == ids::root;
         case CallerRule::root_or_app:
@@ -58,14 +56,6 @@ ExitStatus caller_check(CallerRule rule) {
     }
     std::puts("Access denied.");
     return ST_ACCESS_DENIED;
-}
-
-int not_implemented(CallerRule rule) {
-    if (ExitStatus st = caller_check(rule); st != ST_OK) {
-        return st;
-    }
-    std::puts("FATAL: Not implemented.");
-    return ST_FAILURE;
 }
 
 // The supplementary groups stay the caller's for the whole run: they do not widen root's rights,

@@ -33,17 +33,13 @@ void caller_become_root();
 [[nodiscard]] const Caller& caller();
 
 // Who may run a command, judged on the recorded caller.
-enum class CallerRule { anyone, root_only, root_or_app };
+enum class CallerRule { root_only, root_or_app };
 
 [[nodiscard]] bool caller_allowed(CallerRule rule);
 
 // Prints "Access denied." and returns ST_ACCESS_DENIED when the recorded caller may not run the
 // command.
 [[nodiscard]] ExitStatus caller_check(CallerRule rule);
-
-// Temporary handler body for commands not built yet: their caller rule already holds, then
-// "FATAL: Not implemented." and 9.
-[[nodiscard]] int not_implemented(CallerRule rule);
 
 // While alive, the file-system identity is the caller's: the kernel judges opens, lstat, access and
 // unlink as if the caller made them. A root caller keeps every right.
