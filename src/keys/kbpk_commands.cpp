@@ -27,6 +27,20 @@ SignerResult kbpk_file_signer(const char* path) {
     return signer;
 }
 
+// The file's shape, then the device; bytes that no longer carry the accepted signer when they are
+// sent (D6) go like any rejected file.
+ExitStatus kbpk_file_send(const char* path, int id, std::uint16_t flags,
+                          ExitStatus (*send)(int, std::uint16_t, const char*)) {
+    if (ExitStatus st = file_verify_kbpk_file(path); st != ST_OK) {
+        return st;
+    }
+    ExitStatus st = send(id, flags, path);
+    if (st == ST_BAD_SIGNATURE) {
+        kbpk_file_reject(path);
+    }
+    return st;
+}
+
 void print_invalid_signer(const std::string& role) {
     std::printf("Invalid signature: %s.\n", role.c_str());
 }
@@ -77,13 +91,7 @@ int cmd_kbpk_install(int /*argc*/, char** argv) {
     if (*flags & sapi::flag_pci_pin) {
         std::puts("PCI PIN security enabled.");
     }
-    if (ExitStatus st = file_verify_kbpk_file(argv[3]); st != ST_OK) {
-        return st;
-    }
-    if (ExitStatus st = kbpk_install_file(id, *flags, argv[3]); st != ST_OK) {
-        if (st == ST_BAD_SIGNATURE) {
-            kbpk_file_reject(argv[3]);
-        }
+    if (ExitStatus st = kbpk_file_send(argv[3], id, *flags, kbpk_install_file); st != ST_OK) {
         return st;
     }
     std::puts("KBPK installed.");
@@ -113,13 +121,8 @@ int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
         kbpk_file_reject(argv[3]);
         return ST_BAD_SIGNATURE;
     }
-    if (ExitStatus st = file_verify_kbpk_file(argv[3]); st != ST_OK) {
-        return st;
-    }
-    if (ExitStatus st = kbpk_update_pci_pin_file(id, *flags, argv[3]); st != ST_OK) {
-        if (st == ST_BAD_SIGNATURE) {
-            kbpk_file_reject(argv[3]);
-        }
+    if (ExitStatus st = kbpk_file_send(argv[3], id, *flags, kbpk_update_pci_pin_file);
+        st != ST_OK) {
         return st;
     }
     std::puts("KBPK PCI PIN Security updated.");
