@@ -7,10 +7,7 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
-template <auto F>
-struct Deleter {
-    void operator()(auto* p) const noexcept { F(p); }
-};
+#include "owners.hpp"
 
 using X509Ptr = std::unique_ptr<X509, Deleter<X509_free>>;
 using EvpPkeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;

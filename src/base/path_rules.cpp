@@ -10,18 +10,15 @@
 #include <string_view>
 
 #include "base/caller.hpp"
+#include "base/owners.hpp"
 #include "base/shared.hpp"
 
 namespace {
 
-struct FreeDeleter {
-    void operator()(char* p) const noexcept { std::free(p); }
-};
-
 }  // namespace
 
 std::optional<std::string> resolve_path(const std::string& path) {
-    std::unique_ptr<char, FreeDeleter> r(realpath(path.c_str(), nullptr));
+    MallocPtr r(realpath(path.c_str(), nullptr));
     if (!r) {
         return std::nullopt;
     }

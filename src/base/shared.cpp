@@ -6,13 +6,14 @@
 #include <cstring>
 #include <memory>
 
+#include "owners.hpp"
 #include "paths.hpp"
 
 int orvin_rki_ca = 0;
 
 int get_mode() {
     static constexpr const char* serial_getty = "::respawn:/sbin/getty -L ttymxc1 115200 vt100\n";
-    std::unique_ptr<FILE, decltype(&std::fclose)> f(std::fopen(paths::inittab, "re"), &std::fclose);
+    FilePtr f(std::fopen(paths::inittab, "re"));
     if (!f) {
         std::puts("Failed to open inittab.");
         return 9;

@@ -29,7 +29,6 @@
 
 namespace {
 
-using DirPtr = std::unique_ptr<DIR, Deleter<closedir>>;
 
 constexpr mode_t installed_cert_mode = 0444;
 // Longer entry names are not certificates this program placed.

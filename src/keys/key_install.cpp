@@ -18,6 +18,7 @@
 #include "base/path_rules.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
+#include "base/owners.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
 #include "keys/acquirer.hpp"
@@ -107,9 +108,6 @@ ExitStatus key_block_read(const char* source, struct stat& st, std::vector<std::
     return ST_OK;
 }
 
-struct FreeDeleter {
-    void operator()(char* p) const noexcept { std::free(p); }
-};
 
 UniqueFd subdir_open(int dir, const std::string& name) {
     return UniqueFd(::openat(dir, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -131,7 +129,7 @@ UniqueFd open_dir_nofollow(const std::string& real) {
 // directory is held open and entered without following links, so nothing the caller swaps in
 // meanwhile can lead the writes elsewhere. Directories made stay root's.
 UniqueFd key_dir_make(const KeyPlace& place) {
-    std::unique_ptr<char, FreeDeleter> real(::realpath(place.ancestor.c_str(), nullptr));
+    MallocPtr real(::realpath(place.ancestor.c_str(), nullptr));
     if (!real || !starts_with(std::string(real.get()) + "/", paths::home_prefix)) {
         return {};
     }
@@ -192,7 +190,7 @@ bool names_program_state(const std::string& target) {
     if (!place) {
         return true;
     }
-    std::unique_ptr<char, FreeDeleter> real(::realpath(place->ancestor.c_str(), nullptr));
+    MallocPtr real(::realpath(place->ancestor.c_str(), nullptr));
     if (!real) {
         return true;
     }

@@ -15,6 +15,7 @@
 
 #include "base/caller.hpp"
 #include "base/fd.hpp"
+#include "base/owners.hpp"
 #include "base/io.hpp"
 #include "base/ossl.hpp"
 #include "base/paths.hpp"
@@ -38,10 +39,6 @@ constexpr mode_t state_file_mode = 0644;
 // The subject travels behind a one-byte length and was always taken into 255 bytes with its
 // terminator; a longer one is refused, not cut (D11).
 constexpr std::size_t subject_max = 254;
-
-struct DirCloser {
-    void operator()(DIR* d) const noexcept { ::closedir(d); }
-};
 
 // An nvram value is its first line without its last character, the line end.
 std::string nvram_value(std::string line) {
@@ -166,7 +163,7 @@ ExitStatus keys_init_kbpk() {
             return st;
         }
     }
-    const std::unique_ptr<DIR, DirCloser> dir(::opendir(paths::state_dir));
+    const DirPtr dir(::opendir(paths::state_dir));
     if (!dir) {
         std::puts("FATAL: Directory listing failed.");
         return ST_FAILURE;

@@ -11,6 +11,8 @@
 #include <exception>
 #include <functional>
 
+#include "base/owners.hpp"
+
 namespace {
 
 using Step = std::function<int(const char*, const struct stat*, int)>;
@@ -39,7 +41,7 @@ bool leads_outside(const char* path, const std::string& root) {
     if (lstat(path, &link) != 0 || !S_ISLNK(link.st_mode)) {
         return false;
     }
-    std::unique_ptr<char, decltype(&std::free)> real(realpath(path, nullptr), &std::free);
+    MallocPtr real(realpath(path, nullptr));
     return !real || (std::string(real.get()) + "/").rfind(root, 0) != 0;
 }
 
@@ -65,7 +67,7 @@ int walk_tree(const char* root, const Step& step) {
     const Current saved = c;
     c.step = &step;
     c.error = nullptr;
-    std::unique_ptr<char, decltype(&std::free)> real_root(realpath(root, nullptr), &std::free);
+    MallocPtr real_root(realpath(root, nullptr));
     c.root = real_root ? std::string(real_root.get()) + "/" : std::string(root);
     // No FTW_PHYS: symbolic links are followed, so a link is judged by what it leads to. With
     // FTW_ACTIONRETVAL a step's 1 is FTW_STOP, so steps keep their 0-go-on, 1-stop answers.

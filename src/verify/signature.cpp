@@ -22,8 +22,6 @@
 
 namespace {
 
-using DirPtr = std::unique_ptr<DIR, Deleter<closedir>>;
-using FilePtr = std::unique_ptr<FILE, Deleter<std::fclose>>;
 
 enum class Match { yes, no, failed, unlisted };
 
