@@ -47,13 +47,15 @@ def test_missing_signature_keeps_the_data_file(installed):
         ("/usr/local/app/out", 8, b"Invalid path: /etc/passwd\n"),
         ("/etc/passwd", 8, b"Invalid path: /etc/passwd\n"),
         ("/usr/local", 8, b"Invalid path: /usr/local\n"),
+        ("/tmp/in", 8, b"Invalid path: /tmp/in\n"),  # the entry named lies outside (D15)
     ],
 )
 def test_remove_outside_the_application_file_system_is_refused(installed, path, status, message):
     installed.symlink("/etc/passwd", "/usr/local/app/out")
+    installed.symlink("/usr/local/app/roots", "/tmp/in")
     r = run_cmd(installed, ["--remove", path], uid=0)
     assert (r.status, r.stdout) == (status, message)
-    assert installed.exists("/etc/passwd")
+    assert installed.exists("/etc/passwd") and installed.exists("/usr/local/app/roots.sig")
 
 
 def test_rename_moves_the_pair(installed):
