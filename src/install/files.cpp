@@ -210,8 +210,8 @@ int cmd_file_rename(int /*argc*/, char** argv) {
         std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
-    if (!entry->is_cert && renameat(dir, (entry->name + ".sig").c_str(), dir,
-                                    (new_name + ".sig").c_str()) != 0) {
+    if (!entry->is_cert &&
+        renameat(dir, (entry->name + ".sig").c_str(), dir, (new_name + ".sig").c_str()) != 0) {
         return ST_FAILURE;
     }
     if (renameat(dir, entry->name.c_str(), dir, new_name.c_str()) != 0) {

@@ -49,11 +49,10 @@ void subject_fill(X509_NAME* name, const std::string& subject) {
     for (const SubjectEntry& entry : x509_subject_parse(subject)) {
         // A field the library does not take is left out, like the pieces that name no field.
         const int nid = OBJ_txt2nid(entry.field.c_str());
-        Asn1StringPtr value = ascii_entry(nid, entry.value);
-        if (nid == NID_undef || !value ||
-            X509_NAME_add_entry_by_NID(name, nid, ASN1_STRING_type(value.get()),
-                                       ASN1_STRING_get0_data(value.get()),
-                                       ASN1_STRING_length(value.get()), -1, 0) != 1) {
+        Asn1StringPtr value = nid == NID_undef ? nullptr : ascii_entry(nid, entry.value);
+        if (!value || X509_NAME_add_entry_by_NID(name, nid, ASN1_STRING_type(value.get()),
+                                                 ASN1_STRING_get0_data(value.get()),
+                                                 ASN1_STRING_length(value.get()), -1, 0) != 1) {
             ERR_clear_error();
         }
     }
