@@ -13,7 +13,7 @@ from cryptography.hazmat.primitives.asymmetric import padding, rsa
 from cryptography.x509.oid import NameOID
 
 from helpers import provision, run_cmd, signed_file
-from test_x509 import SERIAL, csr_record, gen_record, run, xt  # noqa: F401 (xt is a fixture)
+from test_x509 import SERIAL, csr_record, gen_record, load, run, xt  # noqa: F401 (xt: fixture)
 
 SUBJECT = b"/C=GB/ST=Hallowmereshire/L=Thornwickley/O=Orvin Systems Ltd/OU=Terminal/CN="
 
@@ -31,12 +31,6 @@ def new_key(path):
                                        serialization.PrivateFormat.PKCS8,
                                        serialization.NoEncryption()))
     return key
-
-
-def load(pem):
-    if b"CERTIFICATE REQUEST" in pem:
-        return x509.load_pem_x509_csr(pem)
-    return x509.load_pem_x509_certificate(pem)
 
 
 def fields(obj):
