@@ -80,18 +80,21 @@ class PKI:
         with open(self.cert_path(role), "rb") as f:
             return f.read()
 
-    def issue(self, role, cn, issuer_role, ca=False, key="rsa"):
-        """A certificate with subject CN `cn` signed by `issuer_role` (None: self-signed)."""
+    def issue(self, role, cn, issuer_role, ca=False, key="rsa", mask=None):
+        """A certificate with subject CN `cn` signed by `issuer_role` (None: self-signed); `mask`
+        is openssl's string_mask for the subject ("utf8only", "MASK:0x800" for BMPString...)."""
         subject = "/CN=" + cn.replace("\\", "\\\\").replace("/", "\\/")
-        self._make(role, subject, issuer_role, ca, key)
+        self._make(role, subject, issuer_role, ca, key, mask)
         return self.cert_path(role)
 
     def sign(self, data, role):
         """RSA-SHA256 PKCS#1 v1.5 signature of `data`, as `openssl dgst -sha256 -sign` makes it."""
         return _openssl("dgst", "-sha256", "-sign", self.key_path(role), input=data)
 
-    def _make(self, role, subject, issuer, ca, key):
+    def _make(self, role, subject, issuer, ca, key, mask=None):
         meta = {"subject": subject, "issuer": issuer, "ca": ca, "key": key}
+        if mask is not None:
+            meta["mask"] = mask
         if issuer is not None:
             meta["issuer_digest"] = hashlib.sha256(self.cert(issuer)).hexdigest()
         meta_path = os.path.join(self.dir, role + ".json")
@@ -103,7 +106,7 @@ class PKI:
             pass
         work = tempfile.mkdtemp(dir=self.dir, prefix=".make-")
         try:
-            self._generate(work, role, subject, issuer, ca, key)
+            self._generate(work, role, subject, issuer, ca, key, mask)
             for suffix in (".key", ".crt"):
                 os.replace(os.path.join(work, role + suffix), os.path.join(self.dir, role + suffix))
             with open(os.path.join(work, "meta"), "w") as f:
@@ -112,14 +115,20 @@ class PKI:
         finally:
             shutil.rmtree(work, ignore_errors=True)
 
-    def _generate(self, work, role, subject, issuer, ca, key):
+    def _generate(self, work, role, subject, issuer, ca, key, mask=None):
         key_path = os.path.join(work, role + ".key")
         if key == "ec":
             _openssl("genpkey", "-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256", "-out", key_path)
         else:
             _openssl("genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:2048", "-out", key_path)
         csr = os.path.join(work, "req.csr")
-        _openssl("req", "-new", "-key", key_path, "-subj", subject, "-out", csr)
+        req = ["req", "-new", "-key", key_path, "-subj", subject, "-out", csr]
+        if mask is not None:
+            req_config = os.path.join(work, "req.cnf")
+            with open(req_config, "w") as f:
+                f.write(f"[req]\ndistinguished_name = dn\nstring_mask = {mask}\n[dn]\n")
+            req += ["-config", req_config]
+        _openssl(*req)
         config = os.path.join(work, "ca.cnf")
         with open(config, "w") as f:
             f.write(_CA_CONFIG.format(dir=work, ext=_CA_EXT if ca else _LEAF_EXT))

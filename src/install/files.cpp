@@ -172,12 +172,12 @@ int cmd_file_install(int /*argc*/, char** argv) {
 }
 
 int cmd_file_remove(int /*argc*/, char** argv) {
-    int is_cert = 0;
-    std::string path;
-    if (ExitStatus st = file_access_verify(argv[2], is_cert, path); st != ST_OK) {
-        return st;
+    Result<NamedEntry> entry = file_access_verify(argv[2]);
+    if (!entry.ok()) {
+        return entry.status();
     }
-    const std::string sig = path + ".sig";
+    const int dir = entry->dir.get();
+    const std::string sig = entry->name + ".sig";
     OsfsWritable writable;
     if (!writable.ok()) {
         std::printf("FATAL: Internal filesystem call failed.");
@@ -185,10 +185,10 @@ int cmd_file_remove(int /*argc*/, char** argv) {
     }
     // Certificates have no signature; for signed files the signature goes first so that a file
     // never stays behind without it.
-    if (is_cert == 0 && unlink(sig.c_str()) != 0) {
+    if (!entry->is_cert && unlinkat(dir, sig.c_str(), 0) != 0) {
         return ST_FAILURE;
     }
-    if (unlink(path.c_str()) != 0) {
+    if (unlinkat(dir, entry->name.c_str(), 0) != 0) {
         return ST_FAILURE;
     }
     std::puts("File removed.");
@@ -196,24 +196,25 @@ int cmd_file_remove(int /*argc*/, char** argv) {
 }
 
 int cmd_file_rename(int /*argc*/, char** argv) {
-    int is_cert = 0;
-    std::string path;
-    if (ExitStatus st = file_access_verify(argv[2], is_cert, path); st != ST_OK) {
+    Result<NamedEntry> entry = file_access_verify(argv[2]);
+    if (!entry.ok()) {
+        return entry.status();
+    }
+    if (ExitStatus st = file_rename_verify(*entry, argv[3]); st != ST_OK) {
         return st;
     }
-    if (ExitStatus st = file_rename_verify(argv[2], argv[3]); st != ST_OK) {
-        return st;
-    }
-    const std::string new_name(argv[3]);
+    const int dir = entry->dir.get();
+    const std::string new_name = base_name(argv[3]);
     OsfsWritable writable;
     if (!writable.ok()) {
         std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
-    if (is_cert == 0 && rename((path + ".sig").c_str(), (new_name + ".sig").c_str()) != 0) {
+    if (!entry->is_cert &&
+        renameat(dir, (entry->name + ".sig").c_str(), dir, (new_name + ".sig").c_str()) != 0) {
         return ST_FAILURE;
     }
-    if (rename(path.c_str(), new_name.c_str()) != 0) {
+    if (renameat(dir, entry->name.c_str(), dir, new_name.c_str()) != 0) {
         return ST_FAILURE;
     }
     std::puts("File renamed.");

@@ -1,6 +1,7 @@
 // Where a signer may install, and who may remove or rename an installed file.
 #include "install/policy.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "base/caller.hpp"
 #include "base/paths.hpp"
@@ -21,6 +23,32 @@ namespace {
 ExitStatus invalid_destination(const char* dest) {
     std::printf("Invalid destination path: %s\n", dest);
     return ST_BAD_PATH;
+}
+
+// A final component that names an entry of its directory, not the directory or its parent.
+bool plain_name(const std::string& name) {
+    return !name.empty() && name != "." && name != "..";
+}
+
+// Opens, as the caller, the directory that holds path's last component, and proves which one it
+// is: its resolved text must name the very directory held, or a component was swapped meanwhile.
+Result<NamedEntry> hold_parent(const char* path) {
+    const std::string text(path);
+    const std::string parent = text.find('/') == std::string::npos ? "./" : dir_part(text);
+    UniqueFd dir = caller_open(parent.c_str(), O_PATH | O_DIRECTORY);
+    std::optional<std::string> real = resolve_path(parent);
+    struct stat held {};
+    struct stat named {};
+    if (!dir || !real || fstat(dir.get(), &held) != 0 || stat(real->c_str(), &named) != 0 ||
+        held.st_dev != named.st_dev || held.st_ino != named.st_ino) {
+        std::printf("Failed to obtain absolute path: %s\n", path);
+        return ST_FAILURE;
+    }
+    NamedEntry entry;
+    entry.dir = std::move(dir);
+    entry.dir_path = real->back() == '/' ? *real : *real + "/";
+    entry.name = base_name(text);
+    return entry;
 }
 
 }  // namespace
@@ -63,12 +91,24 @@ int cmd_file_install_check(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-ExitStatus file_access_verify(const char* path, int& is_cert, std::string& resolved) {
+Result<NamedEntry> file_access_verify(const char* path) {
     if (!caller_access(path, F_OK)) {
         std::printf("Invalid file: %s\n", path);
         return ST_BAD_ARGUMENT;
     }
-    std::optional<std::string> real = resolve_path(path);
+    Result<NamedEntry> held = hold_parent(path);
+    if (!held.ok()) {
+        return held.status();
+    }
+    NamedEntry& entry = held.value();
+    const std::string location = entry.dir_path + entry.name;
+    if (!starts_with(location, paths::usr_local) || !plain_name(entry.name)) {
+        std::printf("Invalid path: %s\n", location.c_str());
+        return ST_BAD_PATH;
+    }
+    // The held directory lies inside the application file system, which only this program
+    // changes, so the text of the location still names the entry that was held.
+    std::optional<std::string> real = resolve_path(location);
     if (!real) {
         std::printf("Failed to obtain absolute path: %s\n", path);
         return ST_FAILURE;
@@ -77,7 +117,7 @@ ExitStatus file_access_verify(const char* path, int& is_cert, std::string& resol
         std::printf("Invalid path: %s\n", real->c_str());
         return ST_BAD_PATH;
     }
-    is_cert = starts_with(*real, paths::cert_store) ? 1 : 0;
+    entry.is_cert = starts_with(location, paths::cert_store);
     struct stat st {};
     if (lstat(real->c_str(), &st) != 0) {
         std::puts("Failed to obtain file information.");
@@ -85,20 +125,13 @@ ExitStatus file_access_verify(const char* path, int& is_cert, std::string& resol
     }
     const gid_t gid = caller().gid;
     if (gid == 0 || (st.st_uid == 0 && st.st_gid == gid)) {
-        resolved = *real;
-        return ST_OK;
+        return held;
     }
     std::printf("Access denied: %s.\n", real->c_str());
     return ST_ACCESS_DENIED;
 }
 
-ExitStatus file_rename_verify(const char* source, const char* new_name) {
-    std::optional<std::string> real = resolve_path(source);
-    if (!real) {
-        std::printf("Failed to obtain absolute path: %s\n", source);
-        return ST_FAILURE;
-    }
-    const std::string source_dir = dir_part(*real);
+ExitStatus file_rename_verify(const NamedEntry& source, const char* new_name) {
     if (path_exists(new_name)) {
         std::printf("Invalid destination file: %s\n", new_name);
         return ST_BAD_PATH;
@@ -107,7 +140,9 @@ ExitStatus file_rename_verify(const char* source, const char* new_name) {
     if (new_dir.empty()) {
         return ST_FAILURE;
     }
-    if (new_dir != source_dir) {
+    // The held directory's resolved text, spelled exactly: it names a directory inside the
+    // application file system that nobody else can move, so the new name lands beside the source.
+    if (new_dir != source.dir_path) {
         std::printf("Invalid destination path: %s\n", new_name);
         return ST_BAD_PATH;
     }

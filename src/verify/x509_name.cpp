@@ -3,9 +3,27 @@
 
 #include <cstring>
 
+#include "base/ossl.hpp"
 #include "base/shared.hpp"
 
 namespace {
+
+// A common name is text whatever string type carries it (D18): the library turns every type into
+// UTF-8, so a BMPString "SuperRoot" is "SuperRoot". A name it cannot turn into text, or one that
+// holds a NUL, could only be misread as another, so it reads as empty.
+std::string cn_text(const ASN1_STRING* data) {
+    unsigned char* raw = nullptr;
+    const int length = data == nullptr ? -1 : ASN1_STRING_to_UTF8(&raw, data);
+    const OpensslStringPtr text(reinterpret_cast<char*>(raw));
+    if (length <= 0) {
+        return {};
+    }
+    const auto size = static_cast<std::size_t>(length);
+    if (std::memchr(text.get(), '\0', size) != nullptr) {
+        return {};
+    }
+    return std::string(text.get(), size);
+}
 
 std::optional<std::string> name_cn(const X509_NAME* name) {
     if (name == nullptr) {
@@ -15,14 +33,7 @@ std::optional<std::string> name_cn(const X509_NAME* name) {
     if (idx < 0) {
         return std::nullopt;
     }
-    const ASN1_STRING* data = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, idx));
-    if (data == nullptr) {
-        return std::nullopt;
-    }
-    const auto* bytes = reinterpret_cast<const char*>(ASN1_STRING_get0_data(data));
-    auto len = static_cast<std::size_t>(ASN1_STRING_length(data));
-    // The text ends at an embedded NUL, as a C string copy of it would.
-    return cut_at_slash(std::string(bytes, strnlen(bytes, len)));
+    return cut_at_slash(cn_text(X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, idx))));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <openssl/pem.h>
 
 #include <cstdio>
+#include <memory>
 #include <utility>
 
 #include "base/paths.hpp"
@@ -18,28 +19,42 @@ constexpr const char* not_before = "100101000000Z";
 constexpr const char* not_after = "291231235959Z";
 constexpr int serial_bits = 64;
 
+using Asn1StringPtr = std::unique_ptr<ASN1_STRING, Deleter<ASN1_STRING_free>>;
+
 void openssl_failure() {
     std::puts("FATAL: OpenSSL failure.");
 }
 
-// The string type the library gives each field for ASCII text; set directly, so a field is
-// taken as the subject text has it, an empty or long common name included.
-int entry_type(const std::string& field) {
-    if (field == "C") {
-        return V_ASN1_PRINTABLESTRING;
+// The field's string as the library makes it from ASCII text (D18): it picks the type the field
+// allows for these characters (PrintableString for a country, IA5String for an address, UTF-8
+// text otherwise, a byte of 0x80 or more included) and refuses characters the field cannot
+// carry. Its length bounds are not applied, so an empty or long common name is taken as the
+// subject text has it (D11).
+Asn1StringPtr ascii_entry(int nid, const std::string& value) {
+    const ASN1_STRING_TABLE* table = ASN1_STRING_TABLE_get(nid);
+    unsigned long mask = table == nullptr ? DIRSTRING_TYPE : table->mask;
+    if (table == nullptr || (table->flags & STABLE_NO_MASK) == 0) {
+        mask &= ASN1_STRING_get_default_mask();
     }
-    if (field == "emailAddress") {
-        return V_ASN1_IA5STRING;
+    ASN1_STRING* made = nullptr;
+    if (ASN1_mbstring_ncopy(&made, reinterpret_cast<const unsigned char*>(value.data()),
+                            static_cast<int>(value.size()), MBSTRING_ASC, mask, 0, 0) <= 0) {
+        ERR_clear_error();
+        return nullptr;
     }
-    return V_ASN1_UTF8STRING;
+    return Asn1StringPtr(made);
 }
 
 void subject_fill(X509_NAME* name, const std::string& subject) {
     for (const SubjectEntry& entry : x509_subject_parse(subject)) {
         // A field the library does not take is left out, like the pieces that name no field.
-        (void)X509_NAME_add_entry_by_txt(
-            name, entry.field.c_str(), entry_type(entry.field),
-            reinterpret_cast<const unsigned char*>(entry.value.c_str()), -1, -1, 0);
+        const int nid = OBJ_txt2nid(entry.field.c_str());
+        Asn1StringPtr value = nid == NID_undef ? nullptr : ascii_entry(nid, entry.value);
+        if (!value || X509_NAME_add_entry_by_NID(name, nid, ASN1_STRING_type(value.get()),
+                                                 ASN1_STRING_get0_data(value.get()),
+                                                 ASN1_STRING_length(value.get()), -1, 0) != 1) {
+            ERR_clear_error();
+        }
     }
 }
 

@@ -172,6 +172,29 @@ def test_reserved_common_names_are_refused_and_kept(term, role, command):
     assert not term.exists(STORE + "offered.crt")
 
 
+# openssl's string masks for a subject in one string type.
+STRING_TYPES = {"bmp": "MASK:0x800", "utf8": "utf8only", "printable": "MASK:0x2"}
+
+
+@pytest.mark.parametrize("kind", STRING_TYPES)
+@pytest.mark.parametrize("cn, status, tail", [
+    ("OperatingSystem", 3, b"Invalid common name found in certificate file.\n"),
+    ("SuperRoot", 3, b"Invalid common name found in certificate file.\n"),
+    ("acme-two", 0, b"Certificate installed.\n"),
+    ("acme-one", 5, b"Certificate for acme-one already exists: /usr/local/share/certs/stored.crt\n"),
+])
+def test_common_name_is_text_in_every_string_type(term, pki, kind, cn, status, tail):
+    # D18: a reserved name in another string type is still reserved, and two names of the same
+    # type differ unless their text is the same.
+    pki.issue(f"{kind}-stored", "acme-one", "prod-sign", mask=STRING_TYPES[kind])
+    pki.issue(f"{kind}-{cn}", cn, "prod-sign", mask=STRING_TYPES[kind])
+    lines = store(term, "prod-sign")
+    term.install_cert(f"{kind}-stored", "stored.crt")
+    r = term.run(["--install-cert", offer(term, f"{kind}-{cn}")])
+    assert_run(r, status, lines + [verified("stored.crt")], tail)
+    assert term.exists(STORE + "offered.crt") == (status == 0)
+
+
 @pytest.mark.parametrize("command, kept", [("--install-cert-check", True), ("--install-cert", False)])
 @pytest.mark.parametrize("content", [b"", b"not a certificate\n"])
 def test_file_that_is_no_certificate_is_deleted_only_by_install(term, command, kept, content):

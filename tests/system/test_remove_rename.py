@@ -1,4 +1,7 @@
 """Removing and renaming installed files: the pair stays together, ownership decides who may."""
+import subprocess
+import sys
+
 import pytest
 
 from helpers import provision, run_cmd
@@ -44,13 +47,15 @@ def test_missing_signature_keeps_the_data_file(installed):
         ("/usr/local/app/out", 8, b"Invalid path: /etc/passwd\n"),
         ("/etc/passwd", 8, b"Invalid path: /etc/passwd\n"),
         ("/usr/local", 8, b"Invalid path: /usr/local\n"),
+        ("/tmp/in", 8, b"Invalid path: /tmp/in\n"),  # the entry named lies outside (D15)
     ],
 )
 def test_remove_outside_the_application_file_system_is_refused(installed, path, status, message):
     installed.symlink("/etc/passwd", "/usr/local/app/out")
+    installed.symlink("/usr/local/app/roots", "/tmp/in")
     r = run_cmd(installed, ["--remove", path], uid=0)
     assert (r.status, r.stdout) == (status, message)
-    assert installed.exists("/etc/passwd")
+    assert installed.exists("/etc/passwd") and installed.exists("/usr/local/app/roots.sig")
 
 
 def test_rename_moves_the_pair(installed):
@@ -85,3 +90,53 @@ def test_rename_stays_in_its_directory(installed, new, status, message):
     r = run_cmd(installed, ["--rename", "/usr/local/app/roots", new])
     assert (r.status, r.stdout) == (status, message)
     assert installed.exists("/usr/local/app/roots") and installed.exists("/usr/local/app/roots.sig")
+
+
+# Flips /tmp/sw between the caller's directory and one the caller may not touch, as fast as it can.
+_FLIPPER = """
+import os, sys
+tmp, i = sys.argv[1], 0
+while True:
+    os.symlink(("/usr/local/app", "/usr/local/other")[i % 2], tmp + "/sw.new")
+    os.rename(tmp + "/sw.new", tmp + "/sw")
+    i += 1
+"""
+
+
+@pytest.mark.parametrize("args,out", [([], b"File removed.\n"),
+                                      (["/usr/local/app/lnk2"], b"File renamed.\n")])
+def test_link_is_changed_as_a_link_while_a_directory_of_its_path_flips(installed, args, out):
+    # D15: the named link goes, with its own ".sig"; its target stays. The caller's path flips
+    # between two directories, and the change never lands in the one the caller may not touch.
+    t = installed
+    t.mkdir("/usr/local/other", 0o555)
+    for name in ("secret", "secret.sig", "lnk.sig"):
+        t.write(f"/usr/local/other/{name}", b"root's")
+    t.symlink("secret", "/usr/local/other/lnk")
+    kept = ["/usr/local/app/mine", "/usr/local/app/mine.sig", "/usr/local/other/lnk",
+            "/usr/local/other/lnk.sig", "/usr/local/other/secret", "/usr/local/other/secret.sig"]
+    gone = ["/usr/local/app/lnk", "/usr/local/app/lnk.sig"]
+    t.symlink("/usr/local/app", "/tmp/sw")
+    flipper = subprocess.Popen([sys.executable, "-c", _FLIPPER, t.path("/tmp")])
+    done = 0
+    try:
+        for _ in range(24):
+            for p in args + [a + ".sig" for a in args]:
+                if t.exists(p):
+                    t.remove(p)
+            if not t.exists(gone[0]):
+                t.symlink("mine", gone[0])
+                t.write(gone[1], b"link's", gid=500)
+            r = t.run(["--" + ("rename" if args else "remove"), "/tmp/sw/lnk"] + args, uid=500)
+            assert all(t.exists(p) for p in kept), r.stdout
+            assert t.read("/usr/local/app/mine") == b"data" and t.usr_local_readonly()
+            if r.status == 0:
+                assert r.stdout.endswith(out) and not any(t.exists(p) for p in gone)
+                assert all(t.lstat(p) for p in args)  # the link under its new name
+                done += 1
+            else:
+                assert r.status in (6, 9) and all(t.exists(p) for p in gone), r.stdout
+    finally:
+        flipper.kill()
+        flipper.wait()
+    assert done > 0

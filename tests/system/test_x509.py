@@ -113,6 +113,31 @@ def test_csr_subject_takes_the_records_name_while_it_fits(xt, cn, subject):
     assert field(openssl_text("req", xt.sapi.proc_writes()[0]), "Subject") == subject
 
 
+def load(pem):
+    """The request or certificate as python3-cryptography's strict loader reads it."""
+    from cryptography import x509
+    if pem.startswith(b"-----BEGIN CERTIFICATE REQUEST-----"):
+        return x509.load_pem_x509_csr(pem)
+    return x509.load_pem_x509_certificate(pem)
+
+
+@pytest.mark.parametrize("option,make,lead", [("--x509-csr", csr_record, ""),
+                                              ("--x509-generate", gen_record, "TS01234567")])
+@pytest.mark.parametrize("cn,subject_cn", [
+    (b"node/C=G_", "node"),                       # a country the library refuses is left out
+    (b"caf\xe9", "caf\u00e9"),                    # a byte of 0x80 or more is ASCII input's text
+    (b"node/emailAddress=\xe9@x", "node"),        # an address that IA5String cannot carry
+    (b"node/ OU=2nd/L=", "node, OU=2nd, L=")])    # a repeated field, an empty one
+def test_awkward_subject_pieces_make_a_valid_subject(xt, option, make, lead, cn, subject_cn):
+    # D18: every piece goes to the library as ASCII text, which picks a string type that holds
+    # it, so every parser reads what was written.
+    assert run(xt, option, make(key_block(2048), cn=cn)) == (0, b"")
+    (pem,) = xt.sapi.proc_writes()
+    kind = "req" if option == "--x509-csr" else "x509"
+    assert field(openssl_text(kind, pem), "Subject") == FIXED + lead + subject_cn
+    assert load(pem).subject.rfc4514_string()
+
+
 @pytest.mark.parametrize("bits,dummy_bytes", [(1024, 128), (2048, 256)])
 @pytest.mark.parametrize("usage,key_usage", [
     (b"keyCertSign", "Certificate Sign"), (b"encipherOnly", "Key Agreement, Encipher Only"),
