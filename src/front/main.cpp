@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
     caller_record();
     caller_become_root();
     process_harden();
+    process_lock_run();
     if (argc == 0 || argv[0] == nullptr) {
         print_usage(program_name);
         return ST_BAD_ARGUMENT;
