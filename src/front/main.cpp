@@ -32,9 +32,15 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    const bool limits_lifted = process_lift_limits();
     caller_record();
     caller_become_root();
     process_harden();
+    if (!limits_lifted) {
+        // Better no run than one that the caller's limits break half way (D4).
+        std::puts("FATAL: Failed to set resource limits.");
+        return ST_FAILURE;
+    }
     process_lock_run();
     if (argc == 0 || argv[0] == nullptr) {
         print_usage(program_name);

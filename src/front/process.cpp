@@ -41,43 +41,47 @@ void close_inherited_descriptors() {
     }
 }
 
+// value: what the program sets. floor: the least a run can safely work with, where a hard limit
+// cannot be raised (a process without CAP_SYS_RESOURCE): below it an allocation, an open, a
+// tool's write or the CPU clock could fail the start-up check, which then wipes /usr/local/, or
+// kill the run inside a writable window.
 struct RunLimit {
     int resource;
     rlim_t value;
+    rlim_t floor;
 };
 
 // Limits are inherited from whoever started us, and the kernel enforces them by killing or
-// failing the process wherever it happens to be: inside the writable window, between a signature
-// and its data file. So every limit that could cut a run short is the program's own. The fixed
-// values are far above what a run needs and keep a runaway run bounded.
-constexpr rlim_t stack_bytes = 8UL * 1024 * 1024;
-constexpr rlim_t open_files = 4096;
+// failing the process (and its tools) wherever it happens to be: inside the writable window,
+// between a signature and its data file. So every limit that could cut a run short is the
+// program's own. The fixed values are far above what a run needs.
+constexpr rlim_t mib = 1024 * 1024;
 constexpr RunLimit run_limits[] = {
-    {RLIMIT_CORE, 0},
-    {RLIMIT_CPU, RLIM_INFINITY},
-    {RLIMIT_FSIZE, RLIM_INFINITY},
-    {RLIMIT_DATA, RLIM_INFINITY},
-    {RLIMIT_AS, RLIM_INFINITY},
-    {RLIMIT_STACK, stack_bytes},
-    {RLIMIT_NOFILE, open_files},
-    {RLIMIT_NPROC, RLIM_INFINITY},
-    {RLIMIT_RTTIME, RLIM_INFINITY},
+    {RLIMIT_CORE, 0, 0},
+    {RLIMIT_CPU, RLIM_INFINITY, 600},
+    {RLIMIT_FSIZE, RLIM_INFINITY, 1024 * mib},
+    {RLIMIT_DATA, RLIM_INFINITY, 1024 * mib},
+    {RLIMIT_AS, RLIM_INFINITY, 1024 * mib},
+    {RLIMIT_STACK, 8 * mib, 1 * mib},
+    {RLIMIT_NOFILE, 4096, 256},
+    {RLIMIT_NPROC, RLIM_INFINITY, 0},
+    {RLIMIT_RTTIME, RLIM_INFINITY, 0},
 };
 
 // As root the hard limit can be raised; where even that is refused, the soft limit goes as far
-// as the hard one allows.
-void set_limit(const RunLimit& l) {
+// as the hard one allows. False when the limit stays below the floor.
+bool set_limit(const RunLimit& l) {
     const rlimit wanted{l.value, l.value};
     if (setrlimit(l.resource, &wanted) == 0) {
-        return;
+        return true;
     }
     rlimit current{};
     if (getrlimit(l.resource, &current) != 0) {
-        return;
+        return false;
     }
     const rlim_t best = l.value <= current.rlim_max ? l.value : current.rlim_max;
     const rlimit capped{best, current.rlim_max};
-    (void)setrlimit(l.resource, &capped);
+    return setrlimit(l.resource, &capped) == 0 ? best >= l.floor : current.rlim_cur >= l.floor;
 }
 
 // Signals the caller can still send or provoke (a terminal's keys and hang-up, a closed output
@@ -110,10 +114,15 @@ void reset_environment() {
 
 }  // namespace
 
-void process_harden() {
+bool process_lift_limits() {
+    bool enough = true;
     for (const RunLimit& l : run_limits) {
-        set_limit(l);
+        enough = set_limit(l) && enough;
     }
+    return enough;
+}
+
+void process_harden() {
     open_standard_descriptors();
     close_inherited_descriptors();
     umask(022);

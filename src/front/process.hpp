@@ -2,6 +2,11 @@
 // run at a time (D22).
 #pragma once
 
+// Gives the process the program's own resource limits (D4). First of all, before even the caller
+// is recorded: a caller's limit could otherwise end the run at its first allocation. False when a
+// hard limit the caller left could not be raised and is too low for a run to finish safely.
+[[nodiscard]] bool process_lift_limits();
+
 void process_harden();
 
 // Waits for every other run to end, then keeps them waiting until this one exits (D22). A lock

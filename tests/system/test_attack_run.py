@@ -20,20 +20,19 @@ ASAN = "ASAN_OPTIONS" in os.environ
 
 def can_raise_hard_limits():
     # Without CAP_SYS_RESOURCE in the bounding set (some containers) not even a set-user-ID root
-    # program may raise a hard limit; the caller then lowers soft limits only.
+    # program may raise a hard limit.
     with open("/proc/self/status") as f:
         caps = next(int(line.split()[1], 16) for line in f if line.startswith("CapBnd:"))
     return bool(caps & (1 << 24))
 
 
-def caller_limits(**soft):
-    """Soft and hard limits as `ulimit` sets them, or soft ones under our own hard limits where
-    they could not be raised again."""
-    hard = can_raise_hard_limits()
-    own = {name: resource.getrlimit(getattr(resource, "RLIMIT_" + name))[1] for name in soft}
-    return {name: (value, value if hard else (None if own[name] == resource.RLIM_INFINITY
-                                              else own[name]))
-            for name, value in soft.items()}
+def caller_limits(hard=False, **soft):
+    """Limits as `ulimit` sets them (soft and hard) or, with hard false, soft ones under our own
+    hard limits, as `ulimit -S` does."""
+    def own(name):
+        value = resource.getrlimit(getattr(resource, "RLIMIT_" + name))[1]
+        return None if value == resource.RLIM_INFINITY else value
+    return {name: (value, value if hard else own(name)) for name, value in soft.items()}
 
 
 def mask(signals):
@@ -62,7 +61,7 @@ def test_paused_run_keeps_its_own_limits_and_signals_and_holds_the_next(acme):
     # D4: whatever the caller left (low limits, ignored and blocked signals) the run has the
     # program's own; its tool starts with default dispositions. D22: a second run waits.
     acme.write("/var/sim/tools/dmesg", b"sleep 2\n", 0o600)
-    limits = caller_limits(CPU=1, FSIZE=1000, NOFILE=8, STACK=65536,
+    limits = caller_limits(can_raise_hard_limits(), CPU=1, FSIZE=1000, NOFILE=8, STACK=65536,
                            **({} if ASAN else {"AS": 1 << 30, "DATA": 1 << 30}))
     old_mask = signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGUSR1, signal.SIGTERM})
     old_alrm = signal.signal(signal.SIGALRM, signal.SIG_IGN)
@@ -94,15 +93,21 @@ def test_paused_run_keeps_its_own_limits_and_signals_and_holds_the_next(acme):
     assert stat.S_ISREG(st.st_mode) and (st.st_uid, stat.S_IMODE(st.st_mode)) == (0, 0o600)
 
 
-def test_install_survives_the_callers_limits(acme):
+@pytest.mark.parametrize("hard", [False, True])
+def test_install_survives_the_callers_limits(acme, hard):
     # D4: limits are lifted before anything else, so the caller cannot kill an install midway.
+    # Hard limits that cannot be raised again stop the run before it starts, never half way.
     data = os.urandom(24 << 20)
     signed_file(acme, "/tmp/big", "acme", data=data, uid=1000, gid=1000)
-    limits = caller_limits(CPU=1, FSIZE=1000, NOFILE=5, STACK=65536,
+    limits = caller_limits(hard, CPU=1, FSIZE=1000, NOFILE=5, STACK=65536,
                            **({} if ASAN else {"AS": 96 << 20, "DATA": 32 << 20}))
     r = acme.run(["--install", "/tmp/big", "/usr/local/acme/"], uid=1000, rlimits=limits)
-    assert (r.status, r.stdout[-len(b"Signed file installed.\n"):]) == (0, b"Signed file installed.\n")
-    assert acme.read("/usr/local/acme/big") == data
+    if hard and not can_raise_hard_limits():
+        assert (r.status, r.stdout) == (9, b"FATAL: Failed to set resource limits.\n")
+        assert not acme.exists("/usr/local/acme")
+    else:
+        assert (r.status, r.stdout[-23:]) == (0, b"Signed file installed.\n")
+        assert acme.read("/usr/local/acme/big") == data
     assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
 
 
