@@ -41,15 +41,19 @@ int main(int argc, char** argv) {
         std::puts("FATAL: Failed to set resource limits.");
         return ST_FAILURE;
     }
-    process_lock_run();
     if (argc == 0 || argv[0] == nullptr) {
         print_usage(program_name);
         return ST_BAD_ARGUMENT;
     }
+    process_lock_run();
+    int status = ST_FAILURE;
     try {
-        return run(argc, argv);
+        status = run(argc, argv);
     } catch (const std::bad_alloc&) {
         std::puts("FATAL: Out of memory.");
-        return ST_FAILURE;
     }
+    // The output still held may wait for a reader that the caller never lets read; the next
+    // run need not wait with it.
+    process_unlock_run();
+    return status;
 }

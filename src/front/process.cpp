@@ -107,6 +107,9 @@ void reset_signals() {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+// The descriptor whose lock keeps other runs waiting; open until the run is done.
+int run_lock_fd = -1;
+
 void reset_environment() {
     clearenv();
     (void)setenv("PATH", paths::child_path, 1);
@@ -147,5 +150,12 @@ void process_lock_run() {
     }
     while (flock(fd, LOCK_EX) != 0 && errno == EINTR) {
     }
-    // The descriptor stays open, and the lock held, until the process exits.
+    run_lock_fd = fd;
+}
+
+void process_unlock_run() {
+    if (run_lock_fd >= 0) {
+        close(run_lock_fd);
+        run_lock_fd = -1;
+    }
 }

@@ -9,6 +9,9 @@
 
 void process_harden();
 
-// Waits for every other run to end, then keeps them waiting until this one exits (D22). A lock
+// Waits for every other run to end, then keeps them waiting until this one is done (D22). A lock
 // file that cannot be made, or that is not the program's own, leaves the run unguarded.
 void process_lock_run();
+
+// Lets the next run start once this one has nothing left to change.
+void process_unlock_run();

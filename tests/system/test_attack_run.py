@@ -1,5 +1,6 @@
 """What a hostile caller can do to a run from outside it: signals, limits, pipes, inputs that are not
 files, a second run at once and a swapped image (D3, D4, D16, D17, D22)."""
+import fcntl
 import os
 import resource
 import signal
@@ -121,6 +122,27 @@ def test_closed_output_pipe_does_not_end_an_install(acme):
     assert child.wait(30) == 0
     assert acme.read(dest + "app") == b"payload\n" and acme.exists(dest + "app.sig")
     assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
+
+
+def test_output_nobody_reads_holds_no_later_run(acme):
+    # D22: a run whose last lines wait for a reader the caller never lets read has changed all it
+    # will; the next run goes ahead.
+    signed_file(acme, "/tmp/screen.img", "main-user", data=os.urandom(SCREEN), uid=500, gid=500)
+    acme.write("/var/sim/tools/nandwrite", b"sleep 1\n", 0o600)
+    first = acme.popen(["--install-image", "/tmp/screen.img"], uid=500)
+    wait_for(lambda: acme.exists("/var/sim/signals.log")
+             and b"nandwrite" in acme.read("/var/sim/signals.log"))
+    fcntl.fcntl(first.stdout.fileno(), fcntl.F_SETPIPE_SZ, 4096)
+    filler = os.open(f"/proc/{first.pid}/fd/1", os.O_WRONLY | os.O_NONBLOCK)
+    try:
+        while True:
+            os.write(filler, b"\0")
+    except BlockingIOError:
+        pass
+    finally:
+        os.close(filler)
+    assert acme.run([], uid=1000, timeout=20).status == 1
+    assert first.stdout.read().endswith(b"Image file installed.\n") and first.wait(20) == 0
 
 
 def make_special(term, path, kind):
