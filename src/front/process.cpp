@@ -16,6 +16,7 @@
 #include <cstdlib>
 
 #include "base/caller.hpp"
+#include "base/output.hpp"
 #include "base/paths.hpp"
 
 namespace {
@@ -132,6 +133,7 @@ void process_harden() {
     (void)prctl(PR_SET_DUMPABLE, 0);
     reset_signals();
     reset_environment();
+    output_hold();
 }
 
 void process_lock_run() {

@@ -19,6 +19,7 @@
 #include "base/caller.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
+#include "base/output.hpp"
 #include "base/paths.hpp"
 #include "base/status.hpp"
 
@@ -49,7 +50,7 @@ pid_t spawn(const char* path, const std::vector<const char*>& argv, int out) {
     args.push_back(nullptr);
 
     // Our own lines are printed in pieces; what we printed so far must come before the tool's.
-    std::fflush(stdout);
+    output_release();
     const pid_t pid = fork();
     if (pid == 0) {
         child_default_signals();
