@@ -61,8 +61,9 @@ static struct rlimit_arg parse_rlimit(char* text) {
     static const struct {
         const char* name;
         int resource;
-    } names[] = {{"FSIZE", RLIMIT_FSIZE}, {"NOFILE", RLIMIT_NOFILE},
-                 {"STACK", RLIMIT_STACK}, {"CORE", RLIMIT_CORE}};
+    } names[] = {{"FSIZE", RLIMIT_FSIZE}, {"NOFILE", RLIMIT_NOFILE}, {"STACK", RLIMIT_STACK},
+                 {"CORE", RLIMIT_CORE},   {"CPU", RLIMIT_CPU},       {"AS", RLIMIT_AS},
+                 {"DATA", RLIMIT_DATA}};
     char* eq = strchr(text, '=');
     char* colon = eq ? strchr(eq, ':') : NULL;
     if (!colon) die("bad --rlimit: %s", text);

@@ -2,7 +2,10 @@
  *
  * Each run appends one record of how it was started to /var/sim/calls.log, then behaves as the
  * tool named by the exec'd path (argv[0] is the caller's choice and proves nothing). Tests steer
- * a tool with /var/sim/tools/<name>: "exit N" or "signal N".
+ * a tool with /var/sim/tools/<name>: "exit N", "signal N", or "sleep N" (then act as usual).
+ * Each run also appends "<name> ign=<hex> blk=<hex>" (its ignored and blocked signals, as in
+ * /proc/<pid>/status) to /var/sim/signals.log, and nandwrite keeps the bytes it was given in
+ * /var/sim/nand/<device name>.
  *
  * Record: u32 length of the rest, then the exec path, u32 argc and the arguments, u32 envc and
  * the environment, u32 count and the open descriptors, then uid, euid, gid, egid (each u32).
@@ -118,6 +121,11 @@ static void apply_override(const char* name) {
     if (!text) return;
     int n;
     if (sscanf(text, "exit %d", &n) == 1) exit(n);
+    if (sscanf(text, "sleep %d", &n) == 1) {
+        sleep((unsigned)n);
+        free(text);
+        return;
+    }
     if (sscanf(text, "signal %d", &n) == 1) {
         sigset_t all;
         sigfillset(&all);
@@ -128,6 +136,41 @@ static void apply_override(const char* name) {
     }
     fprintf(stderr, "orvin-sim-stub: bad override in %s: %s\n", path, text);
     exit(125);
+}
+
+static void record_signals(const char* name) {
+    unsigned long long ign = 0, blk = 0;
+    sigset_t mask;
+    sigprocmask(SIG_BLOCK, NULL, &mask);
+    for (int sig = 1; sig <= 64; sig++) {
+        struct sigaction sa;
+        if (sigaction(sig, NULL, &sa) == 0 && sa.sa_handler == SIG_IGN) ign |= 1ULL << (sig - 1);
+        if (sigismember(&mask, sig) == 1) blk |= 1ULL << (sig - 1);
+    }
+    char line[512];
+    snprintf(line, sizeof line, "%s ign=%016llx blk=%016llx\n", name, ign, blk);
+    /* Only a root run can record (tests read it as a list, so a missing line is noticed). */
+    int fd = open("/var/sim/signals.log", O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) return;
+    if (write(fd, line, strlen(line)) != (ssize_t)strlen(line)) exit(125);
+    close(fd);
+}
+
+/* Keeps what would have been flashed, so a test can compare it with what was verified; like
+ * before, an image it cannot read is not its failure. */
+static int nandwrite(int argc, char** argv) {
+    size_t len;
+    char* data = argc < 3 ? NULL : slurp(argv[argc - 1], &len);
+    if (!data) return 0;
+    const char* dev = strrchr(argv[argc - 2], '/');
+    char path[512];
+    mkdir("/var/sim/nand", 0700);
+    snprintf(path, sizeof path, "/var/sim/nand/%s", dev ? dev + 1 : argv[argc - 2]);
+    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    int ok = fd >= 0 && write(fd, data, len) == (ssize_t)len;
+    if (fd >= 0) close(fd);
+    free(data);
+    return ok ? 0 : 1;
 }
 
 static int uid_taken(const char* passwd, unsigned uid) {
@@ -227,10 +270,12 @@ int main(int argc, char** argv) {
 
     const char* slash = strrchr(exec_path, '/');
     const char* name = slash ? slash + 1 : exec_path;
+    record_signals(name);
     apply_override(name);
 
     if (strcmp(name, "adduser") == 0) return adduser(argc, argv);
     if (strcmp(name, "nvram") == 0) return nvram(argc, argv);
     if (strcmp(name, "dmesg") == 0) return dmesg();
+    if (strcmp(name, "nandwrite") == 0) return nandwrite(argc, argv);
     return 0;
 }

@@ -74,8 +74,17 @@ AsCaller::~AsCaller() {
 }
 
 UniqueFd caller_open(const char* path, int flags) {
-    AsCaller as;
-    return UniqueFd(::open(path, flags | O_CLOEXEC));
+    UniqueFd fd;
+    {
+        AsCaller as;
+        fd.reset(::open(path, (flags & ~O_ACCMODE) | O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    }
+    struct stat st {};
+    if (fd && (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode))) {
+        fd.reset();
+        errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+    }
+    return fd;
 }
 
 int caller_lstat(const char* path, struct stat* st) {

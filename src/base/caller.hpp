@@ -51,7 +51,11 @@ public:
     AsCaller& operator=(const AsCaller&) = delete;
 };
 
-[[nodiscard]] UniqueFd caller_open(const char* path, int flags);
+// Opens a file the caller named, for reading, with the caller's rights (D3). It never blocks, and
+// anything but a regular file (a FIFO, socket, device or directory) is refused exactly like a file
+// that cannot be opened, so no caller can hold the process. flags may add O_NOFOLLOW; the access
+// mode is always read-only, non-blocking and close-on-exec.
+[[nodiscard]] UniqueFd caller_open(const char* path, int flags = 0);
 [[nodiscard]] int caller_lstat(const char* path, struct stat* st);
 [[nodiscard]] bool caller_access(const char* path, int mode);
 [[nodiscard]] int caller_unlink(const char* path);

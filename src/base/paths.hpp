@@ -22,6 +22,8 @@ inline constexpr const char* anchor_rki = "/usr/ssl/Orvin-RKI-CA.crt";
 // The program's own state.
 inline constexpr const char* state_dir = "/home/orvin/.sapi";
 inline constexpr const char* home_prefix = "/home/";
+// Held by the run in progress; root-only (D22).
+inline constexpr const char* run_lock = "/home/orvin/.run-lock";
 
 // Platform tools.
 inline constexpr const char* tool_adduser = "/bin/adduser";

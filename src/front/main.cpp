@@ -32,17 +32,28 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    const bool limits_lifted = process_lift_limits();
     caller_record();
     caller_become_root();
     process_harden();
+    if (!limits_lifted) {
+        // Better no run than one that the caller's limits break half way (D4).
+        std::puts("FATAL: Failed to set resource limits.");
+        return ST_FAILURE;
+    }
     if (argc == 0 || argv[0] == nullptr) {
         print_usage(program_name);
         return ST_BAD_ARGUMENT;
     }
+    process_lock_run();
+    int status = ST_FAILURE;
     try {
-        return run(argc, argv);
+        status = run(argc, argv);
     } catch (const std::bad_alloc&) {
         std::puts("FATAL: Out of memory.");
-        return ST_FAILURE;
     }
+    // The output still held may wait for a reader that the caller never lets read; the next
+    // run need not wait with it.
+    process_unlock_run();
+    return status;
 }

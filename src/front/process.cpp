@@ -1,18 +1,22 @@
-// A clean start for every run, whatever state the caller left the process in (D4, D5).
+// A clean start for every run, whatever state the caller left the process in (D4, D5), and one
+// run at a time (D22).
 #include "front/process.hpp"
 
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
+#include "base/caller.hpp"
+#include "base/output.hpp"
 #include "base/paths.hpp"
 
 namespace {
@@ -38,19 +42,74 @@ void close_inherited_descriptors() {
     }
 }
 
-// A caller that lowered a limit could cut an install short half way.
-void raise_limit(int resource, rlim_t wanted_hard) {
-    rlimit lim{};
-    if (getrlimit(resource, &lim) != 0) {
-        return;
+// value: what the program sets. floor: the least a run can safely work with, where a hard limit
+// cannot be raised (a process without CAP_SYS_RESOURCE): below it an allocation, an open, a
+// tool's write or the CPU clock could fail the start-up check, which then wipes /usr/local/, or
+// kill the run inside a writable window.
+struct RunLimit {
+    int resource;
+    rlim_t value;
+    rlim_t floor;
+};
+
+// Limits are inherited from whoever started us, and the kernel enforces them by killing or
+// failing the process (and its tools) wherever it happens to be: inside the writable window,
+// between a signature and its data file. So every limit that could cut a run short is the
+// program's own. The fixed values are far above what a run needs.
+constexpr rlim_t mib = 1024 * 1024;
+constexpr RunLimit run_limits[] = {
+    {RLIMIT_CORE, 0, 0},
+    {RLIMIT_CPU, RLIM_INFINITY, 600},
+    {RLIMIT_FSIZE, RLIM_INFINITY, 1024 * mib},
+    {RLIMIT_DATA, RLIM_INFINITY, 1024 * mib},
+    {RLIMIT_AS, RLIM_INFINITY, 1024 * mib},
+    {RLIMIT_STACK, 8 * mib, 1 * mib},
+    {RLIMIT_NOFILE, 4096, 256},
+    {RLIMIT_NPROC, RLIM_INFINITY, 0},
+    {RLIMIT_RTTIME, RLIM_INFINITY, 0},
+};
+
+// As root the hard limit can be raised; where even that is refused, the soft limit goes as far
+// as the hard one allows. False when the limit stays below the floor.
+bool set_limit(const RunLimit& l) {
+    const rlimit wanted{l.value, l.value};
+    if (setrlimit(l.resource, &wanted) == 0) {
+        return true;
     }
-    const rlim_t hard = std::max(lim.rlim_max, wanted_hard);
-    rlimit raised{hard, hard};
-    if (setrlimit(resource, &raised) != 0) {
-        raised = {lim.rlim_max, lim.rlim_max};
-        (void)setrlimit(resource, &raised);
+    rlimit current{};
+    if (getrlimit(l.resource, &current) != 0) {
+        return false;
     }
+    const rlim_t best = l.value <= current.rlim_max ? l.value : current.rlim_max;
+    const rlimit capped{best, current.rlim_max};
+    return setrlimit(l.resource, &capped) == 0 ? best >= l.floor : current.rlim_cur >= l.floor;
 }
+
+// Signals the caller can still send or provoke (a terminal's keys and hang-up, a closed output
+// pipe, its own limits) must not end a run inside a writable window. Nothing is caught, so a
+// child's exec keeps only these ignored ones; the tool runner gives them back.
+constexpr int ignored_signals[] = {SIGPIPE, SIGINT,  SIGQUIT, SIGHUP, SIGTSTP,
+                                   SIGTTIN, SIGTTOU, SIGXFSZ, SIGXCPU};
+
+// Whatever else the caller left ignored goes back to its default; handlers of a sanitizer
+// runtime stay.
+void reset_signals() {
+    for (int sig = 1; sig < NSIG; ++sig) {
+        struct sigaction old {};
+        if (sigaction(sig, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) {
+            (void)signal(sig, SIG_DFL);
+        }
+    }
+    for (int sig : ignored_signals) {
+        (void)signal(sig, SIG_IGN);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+// The descriptor whose lock keeps other runs waiting; open until the run is done.
+int run_lock_fd = -1;
 
 void reset_environment() {
     clearenv();
@@ -59,19 +118,46 @@ void reset_environment() {
 
 }  // namespace
 
+bool process_lift_limits() {
+    bool enough = true;
+    for (const RunLimit& l : run_limits) {
+        enough = set_limit(l) && enough;
+    }
+    return enough;
+}
+
 void process_harden() {
     open_standard_descriptors();
     close_inherited_descriptors();
     umask(022);
     (void)prctl(PR_SET_DUMPABLE, 0);
-    rlimit no_core{0, 0};
-    (void)setrlimit(RLIMIT_CORE, &no_core);
-    raise_limit(RLIMIT_FSIZE, RLIM_INFINITY);
-    raise_limit(RLIMIT_NOFILE, 1024 * 1024);
-    raise_limit(RLIMIT_STACK, RLIM_INFINITY);
-    signal(SIGCHLD, SIG_DFL);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    reset_signals();
     reset_environment();
+    output_hold();
+}
+
+void process_lock_run() {
+    // Only root can reach a 0600 root file, so no caller can hold the lock and stall every later
+    // run; anything else found at the name (planted or not ours) is not trusted with the job.
+    const int fd = open(paths::run_lock, O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                        S_IRUSR | S_IWUSR);
+    if (fd < 0) {
+        return;
+    }
+    struct stat st {};
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ids::root ||
+        (st.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        close(fd);
+        return;
+    }
+    while (flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+    }
+    run_lock_fd = fd;
+}
+
+void process_unlock_run() {
+    if (run_lock_fd >= 0) {
+        close(run_lock_fd);
+        run_lock_fd = -1;
+    }
 }

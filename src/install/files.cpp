@@ -131,7 +131,8 @@ ExitStatus file_install(const char* source, const char* dest, const std::string&
     Digest digest{};
     ExitStatus st = copy_into(source, full, data_file, &digest);
     if (st == ST_OK) {
-        st = set_owner_and_mode(data_file, owner, (src.st_mode & 07777) | installed_data_add);
+        // Permission bits only: a signed program never becomes a set-user-ID root one (D16).
+        st = set_owner_and_mode(data_file, owner, (src.st_mode & 0777) | installed_data_add);
     }
     if (st == ST_OK) {
         st = recheck_staged(digest, full_sig, cn);

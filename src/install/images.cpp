@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "base/caller.hpp"
@@ -36,9 +37,10 @@ ExitStatus file_verify_image_file(const char* path) {
     return ST_OK;
 }
 
-// A root-only copy of the offered image and its signature, checked again against the signer
-// that was accepted: the flash tools read this copy, so what reaches the partition is what was
-// verified, whatever the caller does to the file meanwhile (D6).
+// A root-only copy of the offered image, from which the flash tools read. The copy itself is
+// judged: its signature against the first 256 bytes of the offered ".sig", read once, by the
+// signer that was accepted, and its size where one is required. So what reaches the partition is
+// what was verified, whatever the caller swaps in meanwhile (D6, D17).
 class ImageSnapshot {
 public:
     ImageSnapshot() : dir_(paths::image_staging) {
@@ -48,7 +50,6 @@ public:
     }
     ~ImageSnapshot() {
         if (!dir_.empty()) {
-            unlink(sig_path().c_str());
             unlink(path().c_str());
             rmdir(dir_.c_str());
         }
@@ -58,37 +59,47 @@ public:
 
     [[nodiscard]] std::string path() const { return dir_ + "/image"; }
 
-    [[nodiscard]] ExitStatus take(const char* source, const std::string& cn) {
+    [[nodiscard]] ExitStatus take(const char* source, const std::string& cn,
+                                  std::optional<off_t> required_size) {
         if (dir_.empty()) {
             std::printf("FATAL: Failed to create output file: %s\n", paths::image_staging);
             return ST_FAILURE;
         }
-        if (ExitStatus st = copy_file(std::string(source) + ".sig", sig_path(), nullptr);
-            st != ST_OK) {
+        Signature sig{};
+        if (ExitStatus st = sig_read(std::string(source) + ".sig", sig); st != ST_OK) {
             return st;
         }
+        const std::string image = path();
+        StagedFile staged(image);
         Digest digest{};
-        if (ExitStatus st = copy_file(source, path(), &digest); st != ST_OK) {
+        if (ExitStatus st = copy_into(source, image, staged, &digest); st != ST_OK) {
             return st;
         }
-        return recheck_staged(digest, sig_path(), cn);
-    }
-
-private:
-    [[nodiscard]] std::string sig_path() const { return path() + ".sig"; }
-
-    static ExitStatus copy_file(const std::string& from, const std::string& to, Digest* digest) {
-        StagedFile staged(to);
-        if (ExitStatus st = copy_into(from.c_str(), to, staged, digest); st != ST_OK) {
-            return st;
+        struct stat copied {};
+        if (fstat(staged.fd(), &copied) != 0) {
+            std::puts("FATAL: Failed to obtain file information.");
+            return ST_FAILURE;
         }
-        if (!staged.publish(to)) {
-            std::printf("FATAL: Failed to create output file: %s\n", to.c_str());
+        const SignerResult signer = sig_find_signer(digest, sig);
+        if (!signer.verified()) {
+            return signer.status;
+        }
+        if (signer.cn != cn) {
+            std::puts("Signature check failed.");
+            return ST_BAD_SIGNATURE;
+        }
+        if (required_size && copied.st_size != *required_size) {
+            std::puts("Invalid image file.");
+            return ST_BAD_ARGUMENT;
+        }
+        if (!staged.publish(image)) {
+            std::printf("FATAL: Failed to create output file: %s\n", image.c_str());
             return ST_FAILURE;
         }
         return ST_OK;
     }
 
+private:
     std::string dir_;
 };
 
@@ -113,7 +124,7 @@ ExitStatus os_update_steps(const char* image) {
     }
     ImageSnapshot snapshot;
     if (signer.verified()) {
-        signer.status = snapshot.take(image, signer.cn);
+        signer.status = snapshot.take(image, signer.cn, std::nullopt);
     }
     if (signer.status == ST_BAD_SIGNATURE) {
         (void)file_sig_unlink(image);
@@ -155,7 +166,7 @@ int cmd_image_install(int, char** argv) {
         return st;
     }
     ImageSnapshot snapshot;
-    if (ExitStatus st = snapshot.take(argv[2], signer.cn); st != ST_OK) {
+    if (ExitStatus st = snapshot.take(argv[2], signer.cn, screen_image_size); st != ST_OK) {
         if (st == ST_BAD_SIGNATURE) {
             (void)file_sig_unlink(argv[2]);
         }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <new>
 #include <string>
@@ -18,10 +19,24 @@
 #include "base/caller.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
+#include "base/output.hpp"
 #include "base/paths.hpp"
 #include "base/status.hpp"
 
 namespace {
+
+// The run ignores the signals a caller could use against it (D4); a tool must not inherit that
+// through exec, nor the mask, so it stops and dies like any program.
+void child_default_signals() {
+    struct sigaction dfl {};
+    dfl.sa_handler = SIG_DFL;
+    for (int sig = 1; sig < NSIG; ++sig) {
+        (void)sigaction(sig, &dfl, nullptr);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    (void)sigprocmask(SIG_SETMASK, &none, nullptr);
+}
 
 // Forks and execs the tool; in the child, out (when valid) becomes its standard output. The child
 // sees only descriptors 0 to 2, since everything we open is close-on-exec, and the process's own
@@ -35,9 +50,10 @@ pid_t spawn(const char* path, const std::vector<const char*>& argv, int out) {
     args.push_back(nullptr);
 
     // Our own lines are printed in pieces; what we printed so far must come before the tool's.
-    std::fflush(stdout);
+    output_release();
     const pid_t pid = fork();
     if (pid == 0) {
+        child_default_signals();
         if (out >= 0 && dup2(out, STDOUT_FILENO) < 0) {
             _exit(ST_FAILURE);
         }

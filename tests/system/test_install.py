@@ -40,8 +40,9 @@ def test_application_files_belong_to_root_and_the_application_group(signers):
     assert signers.usr_local_readonly()
 
 
-@pytest.mark.parametrize("src_mode,installed", [(0o4750, 0o4755), (0o600, 0o755), (0o1777, 0o1777)])
-def test_data_mode_is_source_mode_with_0755(signers, src_mode, installed):
+@pytest.mark.parametrize("src_mode,installed", [(0o4750, 0o755), (0o600, 0o755), (0o1777, 0o777),
+                                               (0o6775, 0o775), (0o2711, 0o755)])
+def test_data_mode_is_source_mode_with_0755_and_no_privilege_bits(signers, src_mode, installed):
     signed_file(signers, "/tmp/tool", "acme", mode=src_mode)
     assert install(signers, "/tmp/tool", "/usr/local/acme/").status == 0
     st = signers.lstat("/usr/local/acme/tool")

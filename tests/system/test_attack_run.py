@@ -1,0 +1,255 @@
+"""What a hostile caller can do to a run from outside it: signals, limits, pipes, inputs that are not
+files, a second run at once and a swapped image (D3, D4, D16, D17, D22)."""
+import fcntl
+import os
+import resource
+import signal
+import socket
+import stat
+import threading
+import time
+
+import pytest
+
+from helpers import BANNER, provision, signed_file
+
+RUN_IGNORED = [signal.SIGPIPE, signal.SIGINT, signal.SIGQUIT, signal.SIGHUP, signal.SIGTSTP,
+               signal.SIGTTIN, signal.SIGTTOU, signal.SIGXFSZ, signal.SIGXCPU]
+SCREEN = 131072
+ASAN = "ASAN_OPTIONS" in os.environ
+
+
+def can_raise_hard_limits():
+    # Without CAP_SYS_RESOURCE in the bounding set (some containers) not even a set-user-ID root
+    # program may raise a hard limit.
+    with open("/proc/self/status") as f:
+        caps = next(int(line.split()[1], 16) for line in f if line.startswith("CapBnd:"))
+    return bool(caps & (1 << 24))
+
+
+def caller_limits(hard=False, **soft):
+    """Limits as `ulimit` sets them (soft and hard) or, with hard false, soft ones under our own
+    hard limits, as `ulimit -S` does."""
+    def own(name):
+        value = resource.getrlimit(getattr(resource, "RLIMIT_" + name))[1]
+        return None if value == resource.RLIM_INFINITY else value
+    return {name: (value, value if hard else own(name)) for name, value in soft.items()}
+
+
+def mask(signals):
+    return sum(1 << (int(s) - 1) for s in signals)
+
+
+def wait_for(predicate, seconds=20):
+    end = time.monotonic() + seconds
+    while not predicate():
+        assert time.monotonic() < end, "timed out"
+        time.sleep(0.02)
+
+
+def no_temporaries(term, directory):
+    host = term.path(directory)
+    return [n for _, _, names in os.walk(host) for n in names if n.startswith(".")]
+
+
+@pytest.fixture
+def acme(term):
+    provision(term, "acme", "main-user", "prod-sign")
+    return term
+
+
+def test_paused_run_keeps_its_own_limits_and_signals_and_holds_the_next(acme):
+    # D4: whatever the caller left (low limits, ignored and blocked signals) the run has the
+    # program's own; its tool starts with default dispositions. D22: a second run waits.
+    acme.write("/var/sim/tools/dmesg", b"sleep 2\n", 0o600)
+    limits = caller_limits(can_raise_hard_limits(), CPU=1, FSIZE=1000, NOFILE=8, STACK=65536,
+                           **({} if ASAN else {"AS": 1 << 30, "DATA": 1 << 30}))
+    old_mask = signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGUSR1, signal.SIGTERM})
+    old_alrm = signal.signal(signal.SIGALRM, signal.SIG_IGN)
+    try:
+        first = acme.popen(["--store-dmesg"], rlimits=limits)
+    finally:
+        signal.signal(signal.SIGALRM, old_alrm)
+        signal.pthread_sigmask(signal.SIG_SETMASK, old_mask)
+    wait_for(lambda: acme.exists("/var/sim/signals.log") and b"dmesg" in acme.read("/var/sim/signals.log"))
+    with open(f"/proc/{first.pid}/status") as f:
+        status = dict(line.split(":\t", 1) for line in f)
+    with open(f"/proc/{first.pid}/limits") as f:
+        shown = {line[:26].strip(): line[26:].split()[:2] for line in f}
+    second = acme.popen([], uid=1000)
+    time.sleep(0.5)
+    assert second.poll() is None
+    assert first.wait(30) == 0 and second.wait(30) == 1
+
+    assert int(status["SigIgn"], 16) == mask(RUN_IGNORED)
+    assert int(status["SigBlk"], 16) == 0
+    tools = acme.read("/var/sim/signals.log").splitlines()
+    assert tools and all(t.endswith(b" ign=%016x blk=%016x" % (0, 0)) for t in tools), tools
+    for name in ["Max cpu time", "Max file size", "Max data size", "Max address space"]:
+        assert shown[name] == ["unlimited", "unlimited"], name
+    assert shown["Max open files"] == ["4096", "4096"]
+    assert shown["Max stack size"] == [str(8 << 20)] * 2
+    assert shown["Max core file size"] == ["0", "0"]
+    st = acme.lstat("/home/orvin/.run-lock")
+    assert stat.S_ISREG(st.st_mode) and (st.st_uid, stat.S_IMODE(st.st_mode)) == (0, 0o600)
+
+
+@pytest.mark.parametrize("hard", [False, True])
+def test_install_survives_the_callers_limits(acme, hard):
+    # D4: limits are lifted before anything else, so the caller cannot kill an install midway.
+    # Hard limits that cannot be raised again stop the run before it starts, never half way.
+    data = os.urandom(24 << 20)
+    signed_file(acme, "/tmp/big", "acme", data=data, uid=1000, gid=1000)
+    limits = caller_limits(hard, CPU=1, FSIZE=1000, NOFILE=5, STACK=65536,
+                           **({} if ASAN else {"AS": 96 << 20, "DATA": 32 << 20}))
+    r = acme.run(["--install", "/tmp/big", "/usr/local/acme/"], uid=1000, rlimits=limits)
+    if hard and not can_raise_hard_limits():
+        assert (r.status, r.stdout) == (9, b"FATAL: Failed to set resource limits.\n")
+        assert not acme.exists("/usr/local/acme")
+    else:
+        assert (r.status, r.stdout[-23:]) == (0, b"Signed file installed.\n")
+        assert acme.read("/usr/local/acme/big") == data
+    assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
+
+
+LONG_DEST = "/usr/local/acme/" + "/".join(["d" * 200] * 16) + "/"
+
+
+def test_closed_output_pipe_does_not_end_an_install(acme):
+    # D4: the reader goes away before the long lines are written; SIGPIPE must not end the run.
+    signed_file(acme, "/tmp/app", "acme", uid=1000, gid=1000)
+    child = acme.popen(["--install", "/tmp/app", LONG_DEST], uid=1000)
+    child.stdout.close()
+    assert child.wait(30) == 0
+    assert acme.read(LONG_DEST + "app") == b"payload\n" and acme.exists(LONG_DEST + "app.sig")
+    assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
+
+
+def test_output_nobody_reads_holds_neither_a_window_nor_later_runs(acme):
+    # D4, D22: more output than the pipe has room for, and nobody reads it. The install still ends its
+    # writable window, and the next run does not wait for this one's reader.
+    signed_file(acme, "/tmp/app", "acme", uid=1000, gid=1000)
+    child = acme.popen(["--install", "/tmp/app", LONG_DEST], uid=1000)
+    fcntl.fcntl(child.stdout.fileno(), fcntl.F_SETPIPE_SZ, 4096)
+    filler = os.open(f"/proc/{child.pid}/fd/1", os.O_WRONLY)
+    os.write(filler, b"\0")
+    os.close(filler)
+    wait_for(lambda: acme.exists(LONG_DEST + "app") and acme.usr_local_readonly())
+    assert acme.run([], uid=1000, timeout=20).status == 1
+    out = child.stdout.read()
+    assert child.wait(20) == 0
+    assert out.endswith(b"Data file installed: " + LONG_DEST.encode() + b"app\nSigned file installed.\n")
+
+
+def make_special(term, path, kind):
+    host = term.path(path)
+    if kind == "fifo":
+        os.mkfifo(host, 0o666)
+    elif kind == "dir":
+        os.mkdir(host, 0o777)
+    else:
+        s = socket.socket(socket.AF_UNIX)
+        s.bind(host)
+        s.close()
+        os.chmod(host, 0o666)
+
+
+SIG = b"\1" * 256
+OPEN_CERT = (2, b"FATAL: Failed to open certificate file.\n")
+OPEN_DATA = (9, b"FATAL: Failed to open the file to verify.\n")
+OPEN_SIG = (9, b"Failed to open the signature file: /tmp/x.sig\n")
+# (arguments, the name that is not a regular file, what a file that cannot be opened there gives;
+# a TR-31 file is judged by its size first, and no FIFO or socket has a right one)
+INPUTS = [
+    (["--install-cert-check", "/tmp/x"], "/tmp/x", OPEN_CERT),
+    (["--install-cert", "/tmp/x"], "/tmp/x", OPEN_CERT),
+    (["--install-check", "/tmp/x", "/usr/local/acme/"], "/tmp/x", OPEN_DATA),
+    (["--install", "/tmp/x", "/usr/local/acme/"], "/tmp/x", OPEN_DATA),
+    (["--install", "/tmp/x", "/usr/local/acme/"], "/tmp/x.sig", OPEN_SIG),
+    (["--install-image-check", "/tmp/x"], "/tmp/x", OPEN_DATA),
+    (["--install-image", "/tmp/x"], "/tmp/x.sig", OPEN_SIG),
+    (["--update-os", "/tmp/x"], "/tmp/x", OPEN_DATA),
+    (["--install-kbpk-check", "1", "/tmp/x"], "/tmp/x", OPEN_DATA),
+    (["--install-key-check", "5", "/tmp/x", "/home/main-user/k.opk"], "/tmp/x", (13, b"Invalid TR-31 file size.\n")),
+]
+
+
+@pytest.mark.parametrize("kind", ["fifo", "dir", "socket"])
+@pytest.mark.parametrize("args,special,expected", INPUTS, ids=lambda v: str(v))
+def test_input_that_is_not_a_regular_file_is_refused_at_once(acme, args, special, expected, kind):
+    # D3: nothing the caller names can hold the process in open or read.
+    acme.write("/tmp/x", b"x" * SCREEN, 0o644, 500, 500)
+    acme.write("/tmp/x.sig", SIG, 0o644, 500, 500)
+    acme.write("/home/orvin/.sapi/.KBPK0005", b"k" * 64, 0o600)
+    acme.remove(special)
+    make_special(acme, special, kind)
+    writer = os.open(acme.path(special), os.O_RDWR | os.O_NONBLOCK) if kind == "fifo" else None
+    try:
+        r = acme.run(args, uid=500, timeout=20)
+    finally:
+        if writer is not None:
+            os.close(writer)
+    assert r.stdout.startswith(BANNER)
+    if expected is None:
+        assert r.status != 0
+    else:
+        assert (r.status, r.stdout[-len(expected[1]):]) == expected
+    assert acme.calls("/usr/bin/nandwrite") == [] and acme.usr_local_readonly()
+
+
+def test_two_installs_at_once_both_complete(acme):
+    # D22: the second run waits, so neither finds /usr/local/ locked under it or its file swept.
+    data = os.urandom(24 << 20)
+    signed_file(acme, "/tmp/big", "acme", data=data)
+    for round_ in range(3):
+        runs = [acme.popen(["--install", "/tmp/big", f"/usr/local/acme/{round_}{n}/"]) for n in "ab"]
+        assert [c.wait(120) for c in runs] == [0, 0]
+        for n in "ab":
+            assert acme.read(f"/usr/local/acme/{round_}{n}/big") == data
+    assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
+
+
+def test_image_swapped_for_another_size_is_never_flashed(acme):
+    # D17: the size and the signature are judged on the copy that is flashed; the offered
+    # signature file is read for its first 256 bytes only, however large it is.
+    right, wrong = os.urandom(SCREEN), os.urandom(2 * SCREEN)
+    for d in ("/tmp/a", "/tmp/b"):
+        acme.mkdir(d, 0o755, 500, 500)
+    link = acme.path("/tmp/d", follow=False)
+
+    def lay_out():
+        for d, data in (("/tmp/a", right), ("/tmp/b", wrong)):
+            if not acme.exists(d + "/img.sig"):
+                signed_file(acme, d + "/img", "main-user", data=data, uid=500, gid=500,
+                            extra=b"\0" * (8 << 20))
+        if os.path.lexists(link):
+            os.unlink(link)
+        os.symlink("/tmp/a", link)
+
+    stop = threading.Event()
+
+    def swapper():
+        flip = False
+        while not stop.is_set():
+            os.symlink("/tmp/b" if flip else "/tmp/a", link + ".new")
+            os.rename(link + ".new", link)
+            flip = not flip
+            time.sleep(0.003)
+
+    for _ in range(12):
+        lay_out()
+        if acme.exists("/var/sim/nand/mtd4"):
+            acme.remove("/var/sim/nand/mtd4")
+        t = threading.Thread(target=swapper)
+        t.start()
+        try:
+            r = acme.run(["--install-image", "/tmp/d/img"], uid=500)
+        finally:
+            stop.set()
+            t.join()
+            stop.clear()
+        assert r.status in (0, 1, 7), r.stdout
+        if r.status == 0:
+            assert acme.read("/var/sim/nand/mtd4") == right
+        else:
+            assert not acme.exists("/var/sim/nand/mtd4")
