@@ -24,7 +24,7 @@
 #include "base/hex.hpp"
 #include "keys/kbpk.hpp"
 #include "keys/sapi.hpp"
-#include "system/staged_file.hpp"
+#include "system/state_file.hpp"
 #include "system/tools.hpp"
 #include "verify/cert_chain.hpp"
 
@@ -35,7 +35,6 @@ constexpr const char* nvram_terminal_key = "TerminalKey";
 constexpr std::string_view kbpk_state_name_prefix = ".KBPK";
 constexpr std::size_t kbpk_state_name_size = 9;
 constexpr std::size_t kbpk0_hex_size = 2 * sapi::protected_kbpk_size;
-constexpr mode_t state_file_mode = 0644;
 // The subject travels behind a one-byte length and was always taken into 255 bytes with its
 // terminator; a longer one is refused, not cut (D11).
 constexpr std::size_t subject_max = 254;
@@ -46,16 +45,6 @@ std::string nvram_value(std::string line) {
         line.pop_back();
     }
     return line;
-}
-
-// Written whole or not at all, so a failed restore leaves no short state file behind.
-ExitStatus state_file_write(const std::string& path, const std::string& bytes) {
-    StagedFile file(path);
-    if (!file.valid() || ::fchmod(file.fd(), state_file_mode) != 0 ||
-        write_full(file.fd(), bytes.data(), bytes.size()) != bytes.size() || !file.publish(path)) {
-        return ST_FAILURE;
-    }
-    return ST_OK;
 }
 
 // A KBPK taken from nvram gets no FLAG file, so PCI PIN security stays off for it.
@@ -71,7 +60,10 @@ ExitStatus kbpk0_restore() {
     if (value.size() != kbpk0_hex_size || hex2bin(value) != 1) {
         return ST_FAILURE;
     }
-    return state_file_write(kbpk_state_path(0), value);
+    // Written whole as a fresh root-owned file or not at all (D19).
+    return state_file_replace(
+        kbpk_state_path(0),
+        std::span(reinterpret_cast<const std::uint8_t*>(value.data()), value.size()));
 }
 
 ExitStatus kbpk_reload(const char* name, int id) {
@@ -242,12 +234,15 @@ ExitStatus rate_limit_init() {
         return ST_FAILURE;
     }
     std::vector<std::uint8_t> state(static_cast<std::size_t>(st.st_size));
-    UniqueFd fd(::open(paths::rate_limit_state, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    // Opened without blocking: whatever stands at the name, nothing can hold the start-up here.
+    UniqueFd fd(::open(paths::rate_limit_state, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd) {
         std::puts("FATAL: Failed to open the rate limit state file.");
         return ST_FAILURE;
     }
-    if (read_full(fd.get(), state.data(), state.size()) != state.size()) {
+    struct stat held {};
+    if (::fstat(fd.get(), &held) != 0 || !S_ISREG(held.st_mode) ||
+        read_full(fd.get(), state.data(), state.size()) != state.size()) {
         std::puts("Failed to read the rate limit state file.");
         return ST_FAILURE;
     }
