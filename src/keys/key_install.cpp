@@ -21,13 +21,13 @@
 #include "base/owners.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
-#include "system/state_file.hpp"
 #include "keys/acquirer.hpp"
 #include "keys/handlers.hpp"
 #include "keys/kbpk.hpp"
 #include "keys/registry.hpp"
 #include "keys/sapi.hpp"
 #include "keys/tr31.hpp"
+#include "system/state_file.hpp"
 
 namespace {
 

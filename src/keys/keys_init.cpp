@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -73,11 +74,14 @@ ExitStatus kbpk_reload(const char* name, int id) {
         static_cast<std::uint64_t>(st.st_size) != sapi::protected_kbpk_size) {
         return ST_FAILURE;
     }
-    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    sapi::ProtectedKbpk kbpk{};
-    if (!fd || read_full(fd.get(), kbpk.data(), kbpk.size()) != kbpk.size()) {
+    // Only a KBPK the program itself stored goes to the device; anything else at the name ends
+    // the restore like an unreadable one (D19).
+    const Result<StateBytes> held = state_file_read(path);
+    if (!held.ok() || !*held || (*held)->size() != sapi::protected_kbpk_size) {
         return ST_FAILURE;
     }
+    sapi::ProtectedKbpk kbpk{};
+    std::copy((*held)->begin(), (*held)->end(), kbpk.begin());
     std::uint16_t flags = 0;
     if (kbpk_flag_exists(id) && kbpk_flags_read(id, flags) != ST_OK) {
         return ST_FAILURE;

@@ -8,6 +8,7 @@ import stat
 import threading
 
 import pytest
+from orvin_sim import sapi as S
 
 from helpers import provision, run_cmd, signed_file
 
@@ -237,3 +238,10 @@ def test_link_planted_at_the_key_file_name_after_its_check_is_not_written_throug
         assert kt.lstat(VICTIM).st_uid == 0 and kt.lstat(VICTIM).st_mode & 0o777 == 0o644
         os.unlink(target)
     assert won > 0
+
+
+def test_kbpk_state_file_of_another_owner_never_reaches_the_device(make_term, pki):
+    term, args, _ = prepared(make_term, pki, init_keys)
+    term.write(SAPI + ".KBPK0003", bytes(32), uid=CALLER, gid=CALLER)
+    assert run_cmd(term, args).status == 9
+    assert all(r[0] != S.KBPK_INSTALL for r in term.sapi.requests())
