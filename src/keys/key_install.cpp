@@ -27,7 +27,6 @@
 #include "keys/registry.hpp"
 #include "keys/sapi.hpp"
 #include "keys/tr31.hpp"
-#include "system/state_file.hpp"
 
 namespace {
 
@@ -140,6 +139,20 @@ ExitStatus key_block_read(const char* source, struct stat& st, std::vector<std::
     return ST_OK;
 }
 
+
+// Every component entered from "/" without following a link, so the directory held is the one
+// the text names.
+UniqueFd dir_open_nofollow(const std::string& path) {
+    UniqueFd dir(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (const std::string& c : components(path)) {
+        if (!dir) {
+            break;
+        }
+        dir = UniqueFd(
+            ::openat(dir.get(), c.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    }
+    return dir;
+}
 
 bool same_directory(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;

@@ -274,7 +274,7 @@ int cmd_keys_init(int /*argc*/, char** /*argv*/) {
             return st;
         }
     }
-    if (::access(paths::rate_limit_state, F_OK) == 0) {
+    if (state_file_exists(paths::rate_limit_state)) {
         return rate_limit_init();
     }
     return ST_OK;

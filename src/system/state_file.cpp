@@ -38,34 +38,21 @@ bool is_state_file(const struct stat& st) {
     return S_ISREG(st.st_mode) && st.st_uid == ids::root;
 }
 
-// The parent directory of an absolute path and the last component's name.
+// The parent directory of an absolute path, without the final "/" that would make even
+// O_NOFOLLOW follow a link there.
 std::string parent_of(const std::string& path) {
-    const std::string dir = dir_part(path);
+    std::string dir = dir_part(path);
+    while (dir.size() > 1 && dir.back() == '/') {
+        dir.pop_back();
+    }
     return dir.empty() ? "/" : dir;
 }
 
 }  // namespace
 
-UniqueFd dir_open_nofollow(const std::string& path) {
-    UniqueFd dir(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    std::size_t start = 0;
-    while (dir && start < path.size()) {
-        std::size_t end = path.find('/', start);
-        if (end == std::string::npos) {
-            end = path.size();
-        }
-        if (end > start) {
-            const std::string c = path.substr(start, end - start);
-            dir = UniqueFd(
-                ::openat(dir.get(), c.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        }
-        start = end + 1;
-    }
-    return dir;
-}
-
 StateFile::StateFile(const std::string& path, mode_t mode)
-    : dir_(dir_open_nofollow(parent_of(path))), name_(base_name(path)) {
+    : dir_(::open(parent_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)),
+      name_(base_name(path)) {
     if (!dir_ || name_.empty()) {
         return;
     }

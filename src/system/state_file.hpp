@@ -17,13 +17,9 @@
 // What the program's state files have always been given: "w" under the umask of 022.
 inline constexpr mode_t state_file_mode = 0644;
 
-// Opens the directory at an absolute path, entering every component from "/" without following
-// a symbolic link, so the directory held is the one the text names.
-[[nodiscard]] UniqueFd dir_open_nofollow(const std::string& path);
-
 // A new file beside its final name, under a fresh name nobody could have prepared (created
-// exclusively, never through a link, in the directory held open), owned by root with the given
-// mode. Until commit() the final name keeps what it had; a file never committed is removed.
+// exclusively, never through a link, in the directory held open, itself no link), owned by root
+// with the given mode. Until commit() the final name keeps what it had; a file never committed is removed.
 class StateFile {
 public:
     StateFile(const std::string& path, mode_t mode);
