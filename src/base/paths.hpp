@@ -20,7 +20,10 @@ inline constexpr const char* anchor_os = "/usr/ssl/OS.4-1-1.FSL.X509.crt";
 inline constexpr const char* anchor_rki = "/usr/ssl/Orvin-RKI-CA.crt";
 
 // The program's own state.
+inline constexpr const char* orvin_home = "/home/orvin";
 inline constexpr const char* state_dir = "/home/orvin/.sapi";
+// The run's private directory for temporary files outside /usr/local/ (D19).
+inline constexpr const char* private_tmp_template = "/tmp/orvin-auth.XXXXXX";
 inline constexpr const char* home_prefix = "/home/";
 // Held by the run in progress; root-only (D22).
 inline constexpr const char* run_lock = "/home/orvin/.run-lock";
@@ -66,8 +69,8 @@ inline constexpr const char* kbpk_flag_prefix = "/home/orvin/.sapi/.FLAG";
 
 // --- Certificates (src/certs): restored certificates and their temporary copies ---
 inline constexpr const char* terminal_cert = "/usr/local/share/certs/terminal.crt";
-inline constexpr const char* tmp_prod_sign_cert = "/tmp/prod-sign.crt";
-inline constexpr const char* tmp_terminal_cert = "/tmp/terminal.crt";
+inline constexpr const char* prod_sign_cert_name = "prod-sign.crt";
+inline constexpr const char* terminal_cert_name = "terminal.crt";
 // --- end of certificates ---
 
 // --- Device state (src/state): the mass-storage image and the DUKPT KSN log ---

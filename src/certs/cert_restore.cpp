@@ -1,19 +1,20 @@
 // Restoring missing certificates from nvram, and the trust-anchor flag that follows from them.
 #include "certs/cert_restore.hpp"
 
-#include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 
-#include "base/fd.hpp"
-#include "base/io.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
 #include "base/status.hpp"
 #include "certs/cert_install.hpp"
 #include "base/hex.hpp"
+#include "system/private_tmp.hpp"
+#include "system/state_file.hpp"
 #include "system/tools.hpp"
 #include "verify/cert_chain.hpp"
 #include "verify/x509_name.hpp"
@@ -24,32 +25,29 @@ namespace {
 constexpr std::size_t max_hex_text = 4096;
 constexpr mode_t restored_file_mode = 0644;
 
+// The temporary's name is the installed certificate's name: the installation takes it from there.
 struct Restorable {
     const char* nvram_key;
     const char* installed;
-    const char* temporary;
+    const char* name;
 };
 
-constexpr Restorable prod_sign{"ProdSignCert", paths::prod_sign_cert, paths::tmp_prod_sign_cert};
-constexpr Restorable terminal{"TerminalCert", paths::terminal_cert, paths::tmp_terminal_cert};
+constexpr Restorable prod_sign{"ProdSignCert", paths::prod_sign_cert, paths::prod_sign_cert_name};
+constexpr Restorable terminal{"TerminalCert", paths::terminal_cert, paths::terminal_cert_name};
 
-// /tmp belongs to everyone: whatever a local user left at the name goes first, and the new file is
-// created exclusively, so a planted link can neither redirect nor pre-empt the write.
-int write_temporary(const char* path, const std::string& bytes) {
-    (void)unlink(path);
-    UniqueFd fd(
-        open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, restored_file_mode));
-    if (!fd) {
+// /tmp belongs to everyone, so the temporary lives in the run's own directory, where nothing a
+// local user planted can redirect the write or stand in its way (D19).
+int write_temporary(const std::string& path, const std::string& bytes) {
+    if (path.empty()) {
         return ST_FAILURE;
     }
-    if (write_full(fd.get(), bytes.data(), bytes.size()) != bytes.size()) {
-        return ST_FAILURE;
-    }
-    return ST_OK;
+    return state_file_replace(
+        path, std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()),
+        restored_file_mode);
 }
 
 // The certificate goes through the ordinary installation, with every check it makes.
-int install_temporary(const char* path) {
+int install_temporary(const std::string& path) {
     std::string name = "orvin-auth";
     std::string option = "--install-cert";
     std::string file = path;
@@ -70,10 +68,11 @@ int restore(const Restorable& cert) {
     if (!bytes) {
         return ST_OK;
     }
-    if (int st = write_temporary(cert.temporary, *bytes); st != ST_OK) {
+    const std::string temporary = private_tmp_path(cert.name);
+    if (int st = write_temporary(temporary, *bytes); st != ST_OK) {
         return st;
     }
-    return install_temporary(cert.temporary);
+    return install_temporary(temporary);
 }
 
 // The store is the program's own: whether a certificate is there must not depend on who asks.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +18,7 @@
 #include "keys/registry.hpp"
 #include "keys/sapi.hpp"
 #include "keys/tr31.hpp"
+#include "system/state_file.hpp"
 #include "verify/signature.hpp"
 
 namespace {
@@ -86,25 +88,11 @@ ExitStatus kbpk_file_snapshot(const char* path, std::uint16_t flags, KbpkFile& b
     return kbpk_bytes_signed(path, bytes, flags);
 }
 
-// State files are the program's own: written with root rights, created or replaced, and never
-// through a link planted in their place.
-ExitStatus state_file_write(const std::string& path, std::span<const std::uint8_t> bytes) {
-    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
-    if (!fd) {
-        return ST_FAILURE;
-    }
-    return write_full(fd.get(), bytes.data(), bytes.size()) == bytes.size() ? ST_OK : ST_FAILURE;
-}
-
 ExitStatus flag_file_write(int id, std::uint16_t flags) {
     const std::string text = kbpk_flag_text(flags);
-    return state_file_write(
+    return state_file_replace(
         kbpk_flag_path(id),
         std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
-}
-
-bool state_exists(const std::string& path) {
-    return ::access(path.c_str(), F_OK) == 0;
 }
 
 }  // namespace
@@ -137,22 +125,20 @@ std::optional<std::uint16_t> kbpk_signer_flags(std::string_view role) {
 }
 
 int kbpk_exists(int id) {
-    return state_exists(kbpk_state_path(id)) ? 1 : 0;
+    return state_file_exists(kbpk_state_path(id)) ? 1 : 0;
 }
 
 int kbpk_flag_exists(int id) {
-    return state_exists(kbpk_flag_path(id)) ? 1 : 0;
+    return state_file_exists(kbpk_flag_path(id)) ? 1 : 0;
 }
 
 ExitStatus kbpk_flags_read(int id, std::uint16_t& flags) {
-    UniqueFd fd(::open(kbpk_flag_path(id).c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd) {
+    const Result<StateBytes> bytes = state_file_read(kbpk_flag_path(id));
+    if (!bytes.ok() || !*bytes || (*bytes)->size() < 4) {
         return ST_FAILURE;
     }
     std::array<char, 4> text{};
-    if (read_full(fd.get(), text.data(), text.size()) != text.size()) {
-        return ST_FAILURE;
-    }
+    std::copy_n((*bytes)->begin(), text.size(), text.begin());
     flags = kbpk_flag_value(text);
     return ST_OK;
 }
@@ -176,7 +162,7 @@ ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
     if (ExitStatus st = sha256_hash_check(reply->key_digest, reply->second_digest); st != ST_OK) {
         return st;
     }
-    if (state_file_write(kbpk_state_path(id), reply->protected_kbpk) != ST_OK) {
+    if (state_file_replace(kbpk_state_path(id), reply->protected_kbpk) != ST_OK) {
         return ST_FAILURE;
     }
     return flag_file_write(id, flags);
@@ -214,7 +200,7 @@ ExitStatus kbpk_remove(int id) {
         return ST_FAILURE;
     }
     const std::string flag = kbpk_flag_path(id);
-    if (state_exists(flag) && ::unlink(flag.c_str()) != 0) {
+    if (state_file_exists(flag) && ::unlink(flag.c_str()) != 0) {
         std::printf("Failed to delete FLAG%04d.\n", id);
         return ST_FAILURE;
     }

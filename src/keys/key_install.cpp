@@ -40,11 +40,14 @@ ExitStatus invalid_destination(const char* dest) {
 }
 
 // Where the target meets the existing tree: the deepest entry on its way that exists, the
-// directories still to be made below it (top first) and the file's own name.
+// directories still to be made below it (top first) and the file's own name. real is the
+// ancestor resolved through its links when the place was judged (D7); the writes follow that
+// text and no link (D20).
 struct KeyPlace {
     std::string ancestor;
     std::vector<std::string> missing;
     std::string name;
+    std::string real;
 };
 
 std::vector<std::string> components(const std::string& path) {
@@ -64,7 +67,7 @@ std::vector<std::string> components(const std::string& path) {
 }
 
 std::optional<KeyPlace> key_place(const std::string& target) {
-    KeyPlace place{target, {}, {}};
+    KeyPlace place{target, {}, {}, {}};
     std::string rest;
     struct stat st {};
     do {
@@ -80,7 +83,35 @@ std::optional<KeyPlace> key_place(const std::string& target) {
         place.name = place.missing.back();
         place.missing.pop_back();
     }
+    const std::optional<std::string> real = resolve_path(place.ancestor);
+    if (!real) {
+        return std::nullopt;
+    }
+    place.real = *real;
     return place;
+}
+
+// The target as the kernel would reach it now: the resolved ancestor and the rest of the text.
+std::string resolved_target(const KeyPlace& place) {
+    std::string resolved = place.real == "/" ? "" : place.real;
+    for (const std::string& c : place.missing) {
+        resolved += "/" + c;
+    }
+    return resolved + "/" + place.name;
+}
+
+bool inside(const std::string& path, const char* dir) {
+    return path == dir || starts_with(path, (std::string(dir) + "/").c_str());
+}
+
+// D20: a key file is made with root's rights and handed to its caller, so a caller other than
+// root may not have one anywhere in the program's home; D7 keeps every key file under "/home/".
+bool key_place_allowed(const KeyPlace& place) {
+    const std::string resolved = resolved_target(place);
+    if (!starts_with(resolved, paths::home_prefix)) {
+        return false;
+    }
+    return caller().uid == ids::root || !inside(resolved, paths::orvin_home);
 }
 
 // The key block is read once, with the caller's rights (D3), into the bytes the device gets.
@@ -109,36 +140,69 @@ ExitStatus key_block_read(const char* source, struct stat& st, std::vector<std::
 }
 
 
-UniqueFd subdir_open(int dir, const std::string& name) {
-    return UniqueFd(::openat(dir, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
-// Every component opened without following links, from "/" down.
-UniqueFd open_dir_nofollow(const std::string& real) {
-    UniqueFd dir(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    for (const std::string& c : components(real)) {
+// Every component entered from "/" without following a link, so the directory held is the one
+// the text names.
+UniqueFd dir_open_nofollow(const std::string& path) {
+    UniqueFd dir(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (const std::string& c : components(path)) {
         if (!dir) {
             break;
         }
-        dir = subdir_open(dir.get(), c);
+        dir = UniqueFd(
+            ::openat(dir.get(), c.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     }
     return dir;
 }
 
-// The ancestor must still resolve inside "/home/" when it is used (D7); from there on every
-// directory is held open and entered without following links, so nothing the caller swaps in
-// meanwhile can lead the writes elsewhere. Directories made stay root's.
+bool same_directory(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Whether the held directory is the program's home or lies below it, found by climbing ".." from
+// the directory itself rather than by reading any path text.
+bool held_in_orvin_home(int dir) {
+    struct stat home {};
+    if (::stat(paths::orvin_home, &home) != 0) {
+        return false;
+    }
+    UniqueFd at(::openat(dir, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    struct stat here {};
+    while (at && ::fstat(at.get(), &here) == 0) {
+        if (same_directory(here, home)) {
+            return true;
+        }
+        UniqueFd up(::openat(at.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        struct stat parent {};
+        if (!up || ::fstat(up.get(), &parent) != 0) {
+            break;
+        }
+        if (same_directory(parent, here)) {
+            return false;  // "/" reached
+        }
+        at = std::move(up);
+    }
+    // A directory whose place cannot be told is not trusted with a key file.
+    return true;
+}
+
+// The place was judged when the command began; the directories are now entered along the text
+// that judgement resolved, from "/" and without following any link (D20), so a component swapped
+// for a link since then ends the walk instead of moving the file. The rules are judged again on
+// what the walk holds. Directories made stay root's.
 UniqueFd key_dir_make(const KeyPlace& place) {
-    MallocPtr real(::realpath(place.ancestor.c_str(), nullptr));
-    if (!real || !starts_with(std::string(real.get()) + "/", paths::home_prefix)) {
+    if (!key_place_allowed(place)) {
         return {};
     }
-    UniqueFd dir = open_dir_nofollow(real.get());
+    UniqueFd dir = dir_open_nofollow(place.real);
     for (const std::string& c : place.missing) {
         if (!dir || ::mkdirat(dir.get(), c.c_str(), key_dir_mode) != 0) {
             return {};
         }
-        dir = subdir_open(dir.get(), c);
+        dir = UniqueFd(
+            ::openat(dir.get(), c.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    }
+    if (!dir || (caller().uid != ids::root && held_in_orvin_home(dir.get()))) {
+        return {};
     }
     return dir;
 }
@@ -183,26 +247,6 @@ ExitStatus key_install_checks(const char* source, const char* dest) {
     return key_install_verify(source, dest);
 }
 
-// The file is made with root's rights and handed to the caller: it must not plant state the
-// program trusts (a KBPK, a registry, the rate-limit or KSN files) for a caller who could not.
-bool names_program_state(const std::string& target) {
-    const std::optional<KeyPlace> place = key_place(target);
-    if (!place) {
-        return true;
-    }
-    MallocPtr real(::realpath(place->ancestor.c_str(), nullptr));
-    if (!real) {
-        return true;
-    }
-    std::string resolved = real.get();
-    for (const std::string& c : place->missing) {
-        resolved += "/" + c;
-    }
-    resolved += "/" + place->name;
-    return starts_with(resolved, (std::string(paths::state_dir) + "/").c_str()) ||
-           resolved == paths::state_dir || resolved == paths::ksn_log;
-}
-
 }  // namespace
 
 std::string key_install_target(const std::string& source, const std::string& dest) {
@@ -221,7 +265,8 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
     if (path_has_bad_component(target) || !path_stays_inside(target, paths::home_prefix)) {
         return invalid_destination(dest);
     }
-    if (caller().uid != ids::root && names_program_state(target)) {
+    const std::optional<KeyPlace> place = key_place(target);
+    if (!place || !key_place_allowed(*place)) {
         return invalid_destination(dest);
     }
     if (path_exists(target.c_str())) {

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -24,7 +25,7 @@
 #include "base/hex.hpp"
 #include "keys/kbpk.hpp"
 #include "keys/sapi.hpp"
-#include "system/staged_file.hpp"
+#include "system/state_file.hpp"
 #include "system/tools.hpp"
 #include "verify/cert_chain.hpp"
 
@@ -35,7 +36,6 @@ constexpr const char* nvram_terminal_key = "TerminalKey";
 constexpr std::string_view kbpk_state_name_prefix = ".KBPK";
 constexpr std::size_t kbpk_state_name_size = 9;
 constexpr std::size_t kbpk0_hex_size = 2 * sapi::protected_kbpk_size;
-constexpr mode_t state_file_mode = 0644;
 // The subject travels behind a one-byte length and was always taken into 255 bytes with its
 // terminator; a longer one is refused, not cut (D11).
 constexpr std::size_t subject_max = 254;
@@ -46,16 +46,6 @@ std::string nvram_value(std::string line) {
         line.pop_back();
     }
     return line;
-}
-
-// Written whole or not at all, so a failed restore leaves no short state file behind.
-ExitStatus state_file_write(const std::string& path, const std::string& bytes) {
-    StagedFile file(path);
-    if (!file.valid() || ::fchmod(file.fd(), state_file_mode) != 0 ||
-        write_full(file.fd(), bytes.data(), bytes.size()) != bytes.size() || !file.publish(path)) {
-        return ST_FAILURE;
-    }
-    return ST_OK;
 }
 
 // A KBPK taken from nvram gets no FLAG file, so PCI PIN security stays off for it.
@@ -71,7 +61,10 @@ ExitStatus kbpk0_restore() {
     if (value.size() != kbpk0_hex_size || hex2bin(value) != 1) {
         return ST_FAILURE;
     }
-    return state_file_write(kbpk_state_path(0), value);
+    // Written whole as a fresh root-owned file or not at all (D19).
+    return state_file_replace(
+        kbpk_state_path(0),
+        std::span(reinterpret_cast<const std::uint8_t*>(value.data()), value.size()));
 }
 
 ExitStatus kbpk_reload(const char* name, int id) {
@@ -81,11 +74,14 @@ ExitStatus kbpk_reload(const char* name, int id) {
         static_cast<std::uint64_t>(st.st_size) != sapi::protected_kbpk_size) {
         return ST_FAILURE;
     }
-    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    sapi::ProtectedKbpk kbpk{};
-    if (!fd || read_full(fd.get(), kbpk.data(), kbpk.size()) != kbpk.size()) {
+    // Only a KBPK the program itself stored goes to the device; anything else at the name ends
+    // the restore like an unreadable one (D19).
+    const Result<StateBytes> held = state_file_read(path);
+    if (!held.ok() || !*held || (*held)->size() != sapi::protected_kbpk_size) {
         return ST_FAILURE;
     }
+    sapi::ProtectedKbpk kbpk{};
+    std::copy((*held)->begin(), (*held)->end(), kbpk.begin());
     std::uint16_t flags = 0;
     if (kbpk_flag_exists(id) && kbpk_flags_read(id, flags) != ST_OK) {
         return ST_FAILURE;
@@ -242,12 +238,15 @@ ExitStatus rate_limit_init() {
         return ST_FAILURE;
     }
     std::vector<std::uint8_t> state(static_cast<std::size_t>(st.st_size));
-    UniqueFd fd(::open(paths::rate_limit_state, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    // Opened without blocking: whatever stands at the name, nothing can hold the start-up here.
+    UniqueFd fd(::open(paths::rate_limit_state, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd) {
         std::puts("FATAL: Failed to open the rate limit state file.");
         return ST_FAILURE;
     }
-    if (read_full(fd.get(), state.data(), state.size()) != state.size()) {
+    struct stat held {};
+    if (::fstat(fd.get(), &held) != 0 || !S_ISREG(held.st_mode) ||
+        read_full(fd.get(), state.data(), state.size()) != state.size()) {
         std::puts("Failed to read the rate limit state file.");
         return ST_FAILURE;
     }
@@ -275,7 +274,7 @@ int cmd_keys_init(int /*argc*/, char** /*argv*/) {
             return st;
         }
     }
-    if (::access(paths::rate_limit_state, F_OK) == 0) {
+    if (state_file_exists(paths::rate_limit_state)) {
         return rate_limit_init();
     }
     return ST_OK;

@@ -1,16 +1,11 @@
 // The key hash registry: no key value is installed twice, whatever acquirer or file it comes under.
 #include "keys/registry.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 
-#include "base/fd.hpp"
-#include "base/io.hpp"
 #include "base/paths.hpp"
+#include "system/state_file.hpp"
 
 namespace {
 
@@ -71,29 +66,23 @@ std::vector<std::uint8_t> registry_record(RegistryKind kind, const sapi::KeyDige
 
 ExitStatus registry_check(const RegistryFiles& files, const sapi::KeyDigest& key_digest,
                           const sapi::KeyDigest& second_digest) {
-    // The program's own state: its existence is judged with root rights (D3), afresh each call,
-    // so creating the single registry switches every later check to it.
-    const bool single = ::access(files.single, F_OK) == 0;
+    // The single registry is in force whenever the program's own one is there, judged afresh
+    // each call, so creating it switches every later check to it. A missing registry is an empty
+    // one; anything planted at its name is none either (D19).
+    Result<StateBytes> held = state_file_read(files.single);
+    const bool single = held.ok() && held->has_value();
+    if (!single && held.ok()) {
+        held = state_file_read(files.paired);
+    }
+    if (!held.ok()) {
+        std::puts("Failed to read from the cryptographic key hash file.");
+        return ST_FAILURE;
+    }
     const RegistryKind kind = single ? RegistryKind::single : RegistryKind::paired;
     const char* path = single ? files.single : files.paired;
+    std::vector<std::uint8_t> contents = held->value_or(std::vector<std::uint8_t>{});
 
-    // Append mode: every write lands at the end, reads start at the beginning. A link planted in
-    // the state directory must not redirect the append.
-    UniqueFd fd(::open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
-    if (!fd) {
-        std::puts("FATAL: Failed to open the cryptographic key hash file.");
-        return ST_FAILURE;
-    }
-    struct stat st {};
-    if (::lstat(path, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
-    }
-    const auto size = static_cast<std::size_t>(st.st_size);
-    std::vector<std::uint8_t> contents(size);
-    contents.resize(read_full(fd.get(), contents.data(), contents.size()));
-
-    switch (registry_scan(contents, size, kind, key_digest, second_digest)) {
+    switch (registry_scan(contents, contents.size(), kind, key_digest, second_digest)) {
         case RegistryOutcome::read_failed:
             std::puts("Failed to read from the cryptographic key hash file.");
             return ST_FAILURE;
@@ -109,8 +98,10 @@ ExitStatus registry_check(const RegistryFiles& files, const sapi::KeyDigest& key
         case RegistryOutcome::append:
             break;
     }
+    // The record is appended by replacing the whole file, so a reader never meets half a record.
     const std::vector<std::uint8_t> record = registry_record(kind, key_digest, second_digest);
-    if (write_full(fd.get(), record.data(), record.size()) != record.size()) {
+    contents.insert(contents.end(), record.begin(), record.end());
+    if (state_file_replace(path, contents) != ST_OK) {
         std::puts("Failed to write to the cryptographic key hash file.");
         return ST_FAILURE;
     }

@@ -1,24 +1,17 @@
 // Saving the security processor's rate-limit state and the kernel log into files.
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <string>
 
 #include "base/caller.hpp"
-#include "base/fd.hpp"
-#include "base/io.hpp"
 #include "base/paths.hpp"
 #include "keys/sapi.hpp"
 #include "state/handlers.hpp"
+#include "system/state_file.hpp"
 #include "system/tools.hpp"
 
 namespace {
-
-// The program's own state: never written through a link someone planted there.
-UniqueFd create_state_file(const char* path) {
-    return UniqueFd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666));
-}
 
 // dmesg as the shell would find it along the fixed search path (D5).
 std::string find_dmesg() {
@@ -47,27 +40,27 @@ int cmd_rate_limit_store(int, char**) {
     if (sapi_proc_read(record) != ST_OK) {
         return ST_FAILURE;
     }
-    UniqueFd fd = create_state_file(paths::rate_limit_state);
-    if (!fd || write_full(fd.get(), record.bytes.data(), record.length) != record.length) {
-        return ST_FAILURE;
-    }
-    return ST_OK;
+    return state_file_replace(paths::rate_limit_state,
+                              std::span(record.bytes).first(record.length));
 }
 
 // The kernel log replaces the file whatever dmesg says of itself; only a child that cannot be
-// started is a failure. The log is taken without a shell, with the same effect (D5).
+// started is a failure. The log is taken without a shell, with the same effect (D5), into a fresh
+// root-owned file that then replaces the old one (D19); a file that cannot be made or put in
+// place is, as a failed redirection always was, no failure of the command.
 int cmd_dmesg_store(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
-    UniqueFd out = create_state_file(paths::dmesg_file);
-    if (!out) {
+    StateFile out(paths::dmesg_file, state_file_mode);
+    if (!out.valid()) {
         return ST_OK;
     }
     const std::string dmesg = find_dmesg();
-    if (sys_run_tool_into(dmesg.c_str(), {"dmesg"}, out.get(), ForkFailure::report) < 0) {
+    if (sys_run_tool_into(dmesg.c_str(), {"dmesg"}, out.fd(), ForkFailure::report) < 0) {
         std::puts("FATAL: Failed to execute dmesg");
         return ST_FAILURE;
     }
+    (void)out.commit();
     return ST_OK;
 }

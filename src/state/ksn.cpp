@@ -1,9 +1,6 @@
 // The DUKPT KSN log: the device's report, the log's lines, the answer, and the log's rewrite.
 #include "state/ksn.hpp"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -19,6 +16,7 @@
 #include "base/hex.hpp"
 #include "keys/sapi.hpp"
 #include "state/handlers.hpp"
+#include "system/state_file.hpp"
 
 namespace {
 
@@ -26,31 +24,6 @@ constexpr std::size_t ksn_hex_size = 2 * ksn::ksn_size;
 
 std::uint8_t byte_at(std::span<const std::uint8_t> record, std::size_t offset) {
     return offset < record.size() ? record[offset] : 0;
-}
-
-// The log and its temporary file are the program's own state: never opened through a link.
-UniqueFd open_state(const std::string& path, int flags) {
-    return UniqueFd(open(path.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, 0666));
-}
-
-// The log is created empty on the first update, so the rewrite below always has one to read.
-UniqueFd open_log(const std::string& path) {
-    UniqueFd fd = open_state(path, O_RDONLY);
-    if (!fd && errno == ENOENT) {
-        fd = open_state(path, O_RDWR | O_CREAT | O_TRUNC);
-    }
-    return fd;
-}
-
-std::string read_all(int fd) {
-    std::string text;
-    char buf[io_block];
-    std::size_t n;
-    do {
-        n = read_full(fd, buf, sizeof buf);
-        text.append(buf, n);
-    } while (n == sizeof buf);
-    return text;
 }
 
 // Each line keeps its line end; the last one may have none.
@@ -92,12 +65,6 @@ std::string ksn_rewrite(const std::string& log, const std::string& entry, int ke
         out += entry;
     }
     return out;
-}
-
-// The new log reaches the disk before it replaces the old one, so a power loss leaves one of the
-// two whole.
-bool write_durably(int fd, const std::string& text) {
-    return write_full(fd, text.data(), text.size()) == text.size() && fsync(fd) == 0;
 }
 
 }  // namespace
@@ -189,27 +156,27 @@ int update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uint8_t* s
         std::fputs("Error input string too long", stdout);
         return 1;
     }
-    const std::string temp_path = std::string(log_path) + ksn::temp_suffix;
-    UniqueFd temp = open_state(temp_path, O_WRONLY | O_CREAT | O_TRUNC);
-    if (!temp) {
+    // The new log is a fresh root-owned file beside the old one (D19); it reaches the disk and
+    // then one rename replaces the old log, so no reader or restart ever finds it missing or half
+    // written.
+    StateFile temp(log_path, state_file_mode);
+    if (!temp.valid()) {
         std::printf("Error opening temp file, Error %i\n", errno);
         return 1;
     }
-    UniqueFd log = open_log(log_path);
-    if (!log) {
+    // Whatever is at the name and is not the program's own log (a link, a FIFO, another user's
+    // file) holds no history: the update starts a new log over it.
+    const Result<StateBytes> held = state_file_read(log_path);
+    if (!held.ok()) {
         std::printf("Error opening ksn info file, Error %i\n", errno);
         return 1;
     }
-    const std::string rewritten =
-        ksn_rewrite(read_all(log.get()), entry, key_index, ksn, old_ksn, status);
-    if (!write_durably(temp.get(), rewritten)) {
-        (void)unlink(temp_path.c_str());
+    const std::string log = *held ? std::string((*held)->begin(), (*held)->end()) : std::string();
+    const std::string rewritten = ksn_rewrite(log, entry, key_index, ksn, old_ksn, status);
+    if (write_full(temp.fd(), rewritten.data(), rewritten.size()) != rewritten.size()) {
         return 1;
     }
-    temp.reset();
-    log.reset();
-    // One rename replaces the old log, so no reader and no restart ever finds it missing.
-    return rename(temp_path.c_str(), log_path) == 0 ? 0 : 1;
+    return temp.commit() ? 0 : 1;
 }
 
 int cmd_update_dukpt_ksn(int, char**) {

@@ -32,9 +32,8 @@ inline constexpr std::uint8_t status_unmatched = 0;
 inline constexpr std::size_t iksn_whole_bytes = 7;
 inline constexpr std::uint8_t iksn_byte7_mask = 0xE0;
 
-// The log path with ".temp" and a terminator has always had to fit 256 bytes.
+// The log path has always had to fit 256 bytes with the ".temp" of its old temporary name.
 inline constexpr std::size_t log_path_max = 250;
-inline constexpr const char* temp_suffix = ".temp";
 
 }  // namespace ksn
 
@@ -69,7 +68,7 @@ struct KsnReport {
 // for a damaged line.
 [[nodiscard]] int check_file_line(const std::string& line, int key_index, const Ksn& ksn);
 
-// Rewrites the log at log_path with the entry for the pair. When an entry for the same key and
+// Rewrites the log at log_path with the entry for the pair, as a new file renamed over it. When an entry for the same key and
 // initial key was there, it is replaced, its KSN goes to old_ksn and *status becomes 10; otherwise
 // the entry is appended and both are left as they were. 0 on success, 1 on failure.
 [[nodiscard]] int update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uint8_t* status,

@@ -195,15 +195,6 @@ def test_install_meets_the_registry_in_force(kt, name, before, status, message, 
     assert kt.sapi.kbpk(4) is not None  # the device is told nothing of a refusal
 
 
-def test_registry_link_is_not_followed(kt):
-    kt.write("/tmp/elsewhere", b"")
-    kt.symlink("/tmp/elsewhere", SAPI + ".sha256")
-    signed_file(kt, KBPK, "acme", data=VALUE)
-    r = run(kt, "--install-kbpk", "4")
-    assert (r.status, r.stdout) == (9, kt.head + b"FATAL: Failed to open the cryptographic key hash file.\n")
-    assert kt.read("/tmp/elsewhere") == b"" and not kt.exists(SAPI + ".KBPK0004")
-
-
 def test_removed_kbpk_comes_back_as_a_reinstall_and_elsewhere_as_a_duplicate(kt):
     signed_file(kt, KBPK, "HSM-PCI-PIN", data=VALUE)
     assert run(kt, "--install-kbpk", "5").stdout == kt.head + ON + INSTALLED
@@ -285,17 +276,6 @@ def test_rejected_file_the_caller_cannot_delete_stays(kt, command):
                                     + (OFF if "update" in command else b"")
                                     + b"Failed to delete invalid data/executable: /tmp/ro/k.\n")
     assert kt.exists("/tmp/ro/k") and kt.exists("/tmp/ro/k.sig")
-
-
-def test_state_file_that_cannot_be_written_leaves_the_device_ahead(kt):
-    kt.symlink("/nowhere", SAPI + ".KBPK0005")  # no KBPK to the existence test, and not writable
-    signed_file(kt, KBPK, "acme", data=VALUE)
-    assert (run(kt, "--install-kbpk", "5").status, run(kt, "--verify-kbpk-pci-pin", "5").status) == (9, 10)
-    assert kt.sapi.kbpk(5) is not None and len(kt.read(SAPI + ".sha256")) == 64
-    assert not kt.exists(SAPI + ".FLAG0005") and not kt.exists("/nowhere")
-    kt.remove(SAPI + ".KBPK0005")
-    r = run(kt, "--install-kbpk", "5")
-    assert (r.status, r.stdout) == (0, kt.head + REINSTALL + INSTALLED)
 
 
 def test_flag_file_that_cannot_be_written_leaves_the_state_file(kt):

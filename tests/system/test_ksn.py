@@ -116,19 +116,3 @@ def test_answer_that_does_not_reach_the_device_fails(kt, fault):
         kt.sapi.short_write(10, which=S.PROC)
     assert update(kt, KEY3 + A_LATER, line(3, A)) == (9, echo(line(3, A)))
     assert kt.read(LOG) == line(3, A_LATER)
-
-
-def test_log_planted_as_a_link_is_not_followed(kt):
-    kt.write("/etc/secret", b"3:" + A.hex().encode() + b"\n")
-    kt.symlink("/etc/secret", LOG)
-    assert update(kt, KEY3 + A) == (9, b"Error opening ksn info file, Error 40\n")
-    assert kt.read("/etc/secret") == b"3:" + A.hex().encode() + b"\n"
-    assert kt.read(LOG + ".temp") == b""
-    assert kt.sapi.proc_writes() == []
-
-
-def test_unwritable_temporary_file_leaves_the_log(kt):
-    kt.mkdir(LOG + ".temp")
-    assert update(kt, KEY3 + A_LATER, line(3, A)) == (9, b"Error opening temp file, Error 21\n")
-    assert kt.read(LOG) == line(3, A)
-    assert kt.sapi.proc_writes() == []

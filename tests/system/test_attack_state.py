@@ -1,0 +1,247 @@
+"""A hostile local user against the program's own files (D19, D20): files, links, FIFOs and
+directories planted at every fixed name the program writes, and a racing helper that swaps the
+key file's directory, or plants a link at its name, while the device exchange runs."""
+import ctypes
+import glob
+import os
+import stat
+import threading
+
+import pytest
+from orvin_sim import sapi as S
+
+from helpers import provision, run_cmd, signed_file
+
+CALLER = 500
+SAPI = "/home/orvin/.sapi/"
+LOG = "/home/orvin/.dukpt-ksn-log"
+DMESG = "/home/orvin/dmesg"
+RATE = SAPI + ".rate-limit"
+VICTIM = "/etc/victim"
+KBPK_FILE = "/tmp/kbpk.bin"
+VALUE = bytes(range(256))
+CERTS = "/usr/local/share/certs/"
+OPEN_FAILED = b"FATAL: Failed to open the Orvin Protected Key file.\n"
+
+
+def block(size=112):
+    head = b"B%04dK0TB00E0000" % size
+    return head + b"X" * (size - len(head))
+
+
+def give_kbpk(term, acquirer):
+    term.write(SAPI + f".KBPK{acquirer:04d}", term.sapi.set_kbpk(acquirer, VALUE).protected)
+
+
+# Each scenario readies a terminal for one honest command and names the state files it writes.
+def ksn(term, pki):
+    term.sapi.set_proc_record(b"\x03\x00" + bytes.fromhex("FFFF9876543210E00001"))
+    return ["--update-ksn"], [LOG]
+
+
+def dmesg(term, pki):
+    term.write("/var/sim/dmesg", b"[    0.000000] Booting\n")
+    return ["--store-dmesg"], [DMESG]
+
+
+def rate_limit(term, pki):
+    term.sapi.set_proc_record(b"rate-limit state")
+    return ["--store-rate-limit"], [RATE]
+
+
+def kbpk_install(term, pki):
+    provision(term, "acme")
+    signed_file(term, KBPK_FILE, "acme", data=VALUE)
+    return ["--install-kbpk", "4", KBPK_FILE], [SAPI + ".KBPK0004", SAPI + ".FLAG0004", SAPI + ".sha256"]
+
+
+def kbpk_update(term, pki):
+    provision(term, "HSM-PCI-PIN")
+    give_kbpk(term, 4)
+    signed_file(term, KBPK_FILE, "HSM-PCI-PIN", data=VALUE)
+    return ["--update-kbpk-pci-pin", "4", KBPK_FILE], [SAPI + ".FLAG0004"]
+
+
+def key_install(term, pki):
+    give_kbpk(term, 5)
+    term.mkdir("/home/app")
+    term.write("/tmp/k1.tr31", block())
+    return ["--install-key", "5", "/tmp/k1.tr31", "/home/app/"], [SAPI + ".sha256"]
+
+
+def init_keys(term, pki):
+    pki.issue("terminal", "terminal-0001", "prod-sign")
+    for key, role in (("ProdSignCert", "prod-sign"), ("TerminalCert", "terminal")):
+        term.nvram_set(key, pki.cert(role).hex().encode() + b"\n")
+    return ["--init-keys"], [CERTS + "prod-sign.crt", CERTS + "terminal.crt"]
+
+
+def plant(term, path, kind):
+    """What a local user could have left at path, owned by him."""
+    if kind == "file":
+        term.write(path, b"3:FFFF9876543210E0FFFF\n", mode=0o666, uid=CALLER, gid=CALLER)
+    elif kind == "link":
+        term.symlink(VICTIM, path, uid=CALLER, gid=CALLER)
+    elif kind == "fifo":
+        host = term.path(path, follow=False)
+        os.mkfifo(host, 0o666)
+        os.chown(host, CALLER, CALLER)
+    else:
+        term.mkdir(path, 0o777, uid=CALLER, gid=CALLER)
+
+
+def caller_owned(term, top="/home/orvin"):
+    root = term.path(top)
+    found = []
+    for d, dirs, files in os.walk(root):
+        for name in dirs + files:
+            if os.lstat(os.path.join(d, name)).st_uid != 0:
+                found.append(os.path.join(d, name)[len(term.root):])
+    return found
+
+
+def prepared(make_term, pki, scenario):
+    term = make_term(sapi=True)
+    term.mkdir(SAPI, 0o700)
+    term.write(VICTIM, b"victim")
+    return term, *scenario(term, pki)
+
+
+_honest = {}
+
+
+def honest(make_term, pki, scenario):
+    """The command's status and output on a terminal where nobody planted anything."""
+    if scenario not in _honest:
+        term, args, _ = prepared(make_term, pki, scenario)
+        _honest[scenario] = run_cmd(term, args)
+        term.close()
+    return _honest[scenario]
+
+
+@pytest.mark.parametrize("scenario,name", [
+    (ksn, LOG), (ksn, LOG + ".temp"), (dmesg, DMESG), (rate_limit, RATE),
+    (kbpk_install, SAPI + ".FLAG0004"), (kbpk_install, SAPI + ".sha256"),
+    (kbpk_install, SAPI + ".sha256-hashes"), (kbpk_update, SAPI + ".FLAG0004"),
+    (key_install, SAPI + ".sha256"),
+    (init_keys, "/tmp/prod-sign.crt"), (init_keys, "/tmp/terminal.crt")],
+    ids=lambda v: v.__name__ if callable(v) else v.rsplit("/", 1)[-1])
+@pytest.mark.parametrize("kind", ["file", "link", "fifo", "dir"])
+def test_planted_names_never_redirect_give_away_or_block_a_state_write(make_term, pki, scenario,
+                                                                       name, kind):
+    expected = honest(make_term, pki, scenario)
+    term, args, written = prepared(make_term, pki, scenario)
+    plant(term, name, kind)
+    outcome = run_cmd(term, args)
+    assert term.read(VICTIM) == b"victim" and term.lstat(VICTIM).st_uid == 0
+    assert glob.glob(term.path("/tmp") + "/orvin-auth.*") == []  # the private directory went
+    if kind == "dir" and name in written:
+        # A directory cannot be replaced by a file: the write fails as the command's own failure
+        # (the kernel log, as ever, is not the command's concern), and nothing of it is the caller's.
+        assert outcome.status == (0 if scenario is dmesg else 9)
+        assert os.listdir(term.path(name)) == [] and caller_owned(term) == [name]
+        return
+    assert outcome == expected
+    for path in written:
+        st = term.lstat(path)
+        assert stat.S_ISREG(st.st_mode) and st.st_uid == 0, path
+        if not path.startswith(CERTS):
+            assert stat.S_IMODE(st.st_mode) == 0o644, path
+    assert set(caller_owned(term)) <= ({name} - set(written))
+
+
+# ---- D20: key files of a caller other than root ------------------------------------------------
+
+@pytest.fixture
+def kt(make_term):
+    term = make_term(sapi=True)
+    term.mkdir(SAPI, 0o700)
+    for acquirer in (0, 6):
+        give_kbpk(term, acquirer)
+    term.mkdir("/home/main-user", 0o755, uid=CALLER, gid=CALLER)
+    term.mkdir("/home/main-user/keys", 0o755, uid=CALLER, gid=CALLER)
+    term.write(VICTIM, b"victim")
+    return term
+
+
+def caller_install(term, source, dest):
+    term.write(source, block(), uid=CALLER, gid=CALLER)
+    return run_cmd(term, ["--install-key", "6", source, dest], uid=CALLER)
+
+
+@pytest.mark.parametrize("dest", ["/home/orvin/dmesg", "/home/orvin/.dukpt-ksn-log.temp",
+                                  "/home/orvin/new/", "/home/main-user/home/x.opk"])
+def test_caller_key_file_may_not_lie_in_the_program_home(kt, dest):
+    kt.symlink("/home/orvin", "/home/main-user/home", uid=CALLER, gid=CALLER)
+    assert caller_install(kt, "/tmp/k.tr31", dest) == (8, b"Invalid destination path: %s\n" % dest.encode())
+    assert kt.sapi.requests() == [] and caller_owned(kt) == []
+
+
+class Racer(threading.Thread):
+    """Acts the moment the program opens the device, i.e. after every check of the destination
+    and before the key file is made."""
+    IN_OPEN = 0x20
+
+    def __init__(self, term, action):
+        super().__init__(daemon=True)
+        self.libc = ctypes.CDLL(None, use_errno=True)
+        self.fd = self.libc.inotify_init1(os.O_CLOEXEC)
+        assert self.fd >= 0 and self.libc.inotify_add_watch(
+            self.fd, term.sapi.device_path.encode(), self.IN_OPEN) >= 0
+        self.action, self.acted = action, False
+        self.start()
+
+    def run(self):
+        os.read(self.fd, 4096)
+        try:
+            self.action()
+            self.acted = True
+        except OSError:
+            pass
+
+    def finish(self):
+        self.join(timeout=10)
+        os.close(self.fd)
+
+
+def test_directory_swapped_for_a_link_during_the_exchange_never_lands_in_the_state(kt):
+    keys = kt.path("/home/main-user/keys")
+    before = sorted(os.listdir(kt.path(SAPI)))
+    for i in range(20):
+        def swap():
+            os.rename(keys, keys + f".{i}")
+            os.symlink("/home/orvin/.sapi", keys)
+        racer = Racer(kt, swap)
+        outcome = caller_install(kt, f"/tmp/.KBPK00{10 + i}", "/home/main-user/keys/")
+        racer.finish()
+        assert outcome.status in (0, 9)
+        assert racer.acted or outcome.status == 0
+        if os.path.islink(keys):
+            os.unlink(keys)
+            os.mkdir(keys)
+            os.chown(keys, CALLER, CALLER)
+    assert sorted(n for n in os.listdir(kt.path(SAPI)) if n != ".sha256") == before
+    assert caller_owned(kt) == []
+
+
+def test_link_planted_at_the_key_file_name_after_its_check_is_not_written_through(kt):
+    target = kt.path("/home/main-user/keys/k.tr31", follow=False)
+    won = 0
+    for _ in range(5):
+        racer = Racer(kt, lambda: os.symlink(VICTIM, target))
+        outcome = caller_install(kt, "/tmp/k.tr31", "/home/main-user/keys/")
+        racer.finish()
+        if racer.acted:
+            won += 1
+            assert outcome.status == 9 and outcome.stdout.endswith(OPEN_FAILED)
+        assert kt.read(VICTIM) == b"victim"
+        assert kt.lstat(VICTIM).st_uid == 0 and kt.lstat(VICTIM).st_mode & 0o777 == 0o644
+        os.unlink(target)
+    assert won > 0
+
+
+def test_kbpk_state_file_of_another_owner_never_reaches_the_device(make_term, pki):
+    term, args, _ = prepared(make_term, pki, init_keys)
+    term.write(SAPI + ".KBPK0003", bytes(32), uid=CALLER, gid=CALLER)
+    assert run_cmd(term, args).status == 9
+    assert all(r[0] != S.KBPK_INSTALL for r in term.sapi.requests())
