@@ -4,7 +4,7 @@ import socket
 
 import pytest
 
-from helpers import run_cmd
+from helpers import run_cmd, signed_file
 
 LOCAL0_INFO = 16 * 8 + 6
 
@@ -42,6 +42,7 @@ FLAGS = [
 @pytest.mark.parametrize("option,name,done,_", FLAGS)
 @pytest.mark.parametrize("uid", [0, 500])
 def test_request_sets_the_flag(term, syslog, option, name, done, _, uid):
+    term.tool_fails("/sbin/reboot", exit=1)  # the system is going down: its result is not judged
     syslog()
     assert run_cmd(term, [option], uid=uid) == (0, done)
     assert term.read(f"/sys/kernel/flags/{name}") == b"1"
@@ -86,8 +87,15 @@ def test_refused_update_is_logged_in_its_own_words(term, syslog):
     assert syslog() == ["Request for os_update", "failed to process os_update request. Access denied"]
 
 
-def test_failed_update_logs_its_status(term, syslog):
-    term.write("/tmp/os.img", b"unsigned")
+@pytest.mark.parametrize("failure,status", [("unsigned", 7), ("erase", 9)])
+def test_failed_update_logs_its_status(term, syslog, failure, status):
+    if failure == "unsigned":
+        term.write("/tmp/os.img", b"unsigned")
+    else:  # D9: nothing is written over a partition that was not erased
+        signed_file(term, "/tmp/os.img", "OperatingSystem")
+        term.tool_fails("/usr/bin/mtd_debug", exit=1)
     syslog()
-    assert run_cmd(term, ["--update-os", "/tmp/os.img"])[0] == 7
-    assert syslog() == ["Request for os_update", "failed to process os_update request. Error- 7"]
+    assert run_cmd(term, ["--update-os", "/tmp/os.img"])[0] == status
+    assert syslog() == ["Request for os_update", f"failed to process os_update request. Error- {status}"]
+    assert term.calls("/usr/bin/nandwrite") == [] and term.calls("/sbin/reboot") == []
+    assert term.read("/sys/kernel/flags/os_update") == b""

@@ -1,5 +1,5 @@
-// Device requests, reply rules and proc record reads that no command drives yet; the KBPK requests
-// and their failures are checked byte for byte through the simulated device.
+// Request size limits, reply rules and proc record reads at their edges; the requests themselves
+// are checked byte for byte through the simulated device.
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
@@ -21,26 +21,6 @@ Bytes counting(std::size_t n, std::uint8_t first = 0) {
     Bytes b(n);
     std::iota(b.begin(), b.end(), first);
     return b;
-}
-
-TEST(SapiEncode, HeaderThenPayloadByteForByte) {
-    const Bytes kbpk = counting(sapi::protected_kbpk_size, 0xA0);
-    // At start-up the 16 stored bits go out as read, bit 14 added afresh.
-    const Bytes restore = sapi_encode(sapi_kbpk_install_protected(
-        0, 0x8001, 0, std::span<const std::uint8_t, 32>(kbpk.data(), 32)));
-    EXPECT_EQ(Bytes(restore.begin(), restore.begin() + 10),
-              (Bytes{0xB4, 0xD1, 0x00, 0x00, 0x22, 0x00, 0x00, 0x00, 0x01, 0xC0}));
-    EXPECT_EQ(Bytes(restore.begin() + 10, restore.end()), kbpk);
-    EXPECT_EQ(sapi_encode(*sapi_key_install(9, Bytes{'B', '0', '0', '5', '6'})),
-              (Bytes{0xB7, 0xD1, 0x09, 0x00, 0x05, 0x00, 0x00, 0x00, 'B', '0', '0', '5', '6'}));
-    EXPECT_EQ(sapi_encode(*sapi_key_issuer_init("/CN=t", Bytes{0xEE, 0xFF})),
-              (Bytes{0xBE, 0xD1, 0x00, 0x00, 0x08, 0x00, 0x00, 0x00, 5, '/', 'C', 'N', '=', 't',
-                     0xEE, 0xFF}));
-    EXPECT_EQ(sapi_encode(*sapi_rate_limit_init(Bytes{1, 2, 3})),
-              (Bytes{0xBF, 0xD1, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 1, 2, 3}));
-    const Bytes wire = sapi_encode(*sapi_key_install(1, Bytes(4088, 'x')));
-    ASSERT_EQ(wire.size(), 4096U);
-    EXPECT_EQ(Bytes(wire.begin() + 4, wire.begin() + 8), (Bytes{0xF8, 0x0F, 0x00, 0x00}));
 }
 
 TEST(SapiEncode, BuildersRefuseWhatDoesNotFitItsField) {
