@@ -49,10 +49,12 @@ def test_caller_rules_judge_the_recorded_caller(term, args, uid, allowed):
         assert (r.status, r.stdout) == (6, BANNER + b"Access denied.\n")
 
 
-@pytest.mark.parametrize("option", ["--install-key-check", "--install-key"])
+@pytest.mark.parametrize("option,files", [("--install-key-check", ["/tmp/t", "/tmp/o"]),
+                                          ("--install-key", ["/tmp/t", "/tmp/o"]),
+                                          ("--install-kbpk", ["/tmp/k"]), ("--remove-kbpk", [])])
 @pytest.mark.parametrize("acquirer,uid", [("0", 500), ("256", 0), ("-1", 0), ("7 ", 500), ("", 500)])
-def test_key_commands_refuse_bad_acquirer_ids_silently(term, option, acquirer, uid):
-    r = term.run([option, acquirer, "/tmp/t", "/tmp/o"], uid=uid)
+def test_key_commands_refuse_bad_acquirer_ids_silently(term, option, files, acquirer, uid):
+    r = term.run([option, acquirer] + files, uid=uid)
     assert (r.status, r.stdout) == (1, BANNER)
 
 

@@ -211,22 +211,6 @@ def test_removed_kbpk_comes_back_as_a_reinstall_and_elsewhere_as_a_duplicate(kt)
     assert len(kt.read(SAPI + ".sha256")) == 64 and kt.read(SAPI + ".FLAG0005") == b"8000"
 
 
-@pytest.mark.parametrize("text,as_root,as_500", [
-    ("0x1F", 31, 31), ("017", 15, 15), (" 7", 7, 7), ("256", None, None), ("-1", None, None),
-    ("7 ", None, None), ("0x", None, None), ("9" * 20, None, None), ("", 0, None), ("0", 0, None)])
-def test_acquirer_ids(kt, text, as_root, as_500):
-    for uid, acquirer in ((0, as_root), (500, as_500)):
-        for a in (0, 7, 15, 31):
-            give_kbpk(kt, a)
-        kt.sapi.clear()
-        r = run(kt, "--remove-kbpk", text, uid=uid)
-        if acquirer is None:
-            assert (r.status, r.stdout, kt.sapi.requests()) == (1, kt.head, [])
-        else:
-            assert (r.status, r.stdout) == (0, kt.head + b"KBPK removed.\n")
-            assert kt.sapi.requests() == [S.request(S.KBPK_REMOVE, acquirer)]
-
-
 @pytest.mark.parametrize("command,present", [
     ("--install-kbpk-check", True), ("--install-kbpk", True), ("--update-kbpk-pci-pin", False),
     ("--remove-kbpk", False), ("--verify-kbpk-pci-pin", False)])

@@ -65,14 +65,15 @@ def test_prod_sign_of_another_issuer_keeps_the_rki_anchor(rt, pki):
         b"abc\n",                   # odd length
         b"zz\n",                    # not hexadecimal
         "PEM",                      # printed without its line end: the last digit is lost
+        "CRLF",                     # only the line feed goes: the carriage return fails the decode
         4095,                       # 4095 digits: odd
         4096,                       # 4096 digits: too long for the conversion buffer
     ],
 )
 def test_malformed_values_are_passed_over(rt, pki, value):
     pem = pki.cert("prod-sign")
-    if value == "PEM":
-        value = hex_line(pem, end=b"")
+    if value in ("PEM", "CRLF"):
+        value = hex_line(pem, end=b"" if value == "PEM" else b"\r\n")
     elif isinstance(value, int):
         value = (pem.hex() + "0a" * 2048)[:value].encode() + b"\n"
     if value is not None:

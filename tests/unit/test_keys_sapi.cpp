@@ -1,9 +1,6 @@
-// Request size limits, reply rules and proc record reads at their edges; the requests themselves
-// are checked byte for byte through the simulated device.
+// Request size limits and reply rules at their edges; the requests, the refusals and the proc
+// record reads are checked byte for byte through the simulated device.
 #include <gtest/gtest.h>
-
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <numeric>
@@ -57,46 +54,6 @@ TEST(SapiReplies, KeyRepliesNeedTheirDigestsAndAtLeastOneByte) {
     EXPECT_FALSE(sapi_parse_key_reply(counting(63)));
     EXPECT_EQ(sapi_parse_terminal_key_reply(reply), Bytes(reply.begin() + 32, reply.end()));
     EXPECT_FALSE(sapi_parse_terminal_key_reply(counting(31)));
-}
-
-TEST(SapiReplies, Only252OnAWorkingKeyMeansPciPin) {
-    const struct {
-        int err;
-        SapiWriteRefusal refusal;
-        int status;
-    } rows[] = {{252, SapiWriteRefusal::pci_pin, 14},
-                {251, SapiWriteRefusal::pci_pin, 9},
-                {252, SapiWriteRefusal::ordinary, 9}};
-    for (const auto& r : rows) {
-        const SapiWriteFailure f = sapi_write_failure(sapi::Command::key_install, r.err, r.refusal);
-        EXPECT_TRUE(f.with_code);
-        EXPECT_EQ(f.status, r.status) << r.err;
-    }
-}
-
-// A packet socket pair stands in for "/proc/sapi": each packet is what one read returns.
-ExitStatus proc_read(const std::vector<std::string>& packets, ProcRecord& rec, ProcReads reads) {
-    int fds[2];
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds), 0);
-    for (const std::string& p : packets) {
-        EXPECT_EQ(write(fds[1], p.data(), p.size()), static_cast<ssize_t>(p.size()));
-    }
-    close(fds[1]);
-    const ExitStatus st = sapi_proc_read_fd(fds[0], rec, reads);
-    close(fds[0]);
-    return st;
-}
-
-TEST(SapiProcRead, TwoReadsAreJoinedOneTakesTheFirstRecordNoneFails) {
-    ProcRecord rec;
-    rec.bytes.fill(0xFF);
-    ASSERT_EQ(proc_read({"abc", "de"}, rec, ProcReads::two), ST_OK);
-    EXPECT_EQ(std::string(rec.bytes.begin(), rec.bytes.begin() + rec.length), "abcde");
-    EXPECT_EQ(rec.bytes[5], 0);
-    EXPECT_EQ(rec.bytes.back(), 0);
-    ASSERT_EQ(proc_read({"abc", "de"}, rec, ProcReads::one), ST_OK);
-    EXPECT_EQ(rec.length, 3U);
-    EXPECT_EQ(proc_read({}, rec, ProcReads::two), ST_FAILURE);
 }
 
 }  // namespace
