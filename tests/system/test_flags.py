@@ -60,25 +60,21 @@ def test_refused_request_is_logged_twice(term, syslog, option, name, done, _):
     assert term.read(f"/sys/kernel/flags/{name}") == b"0"
 
 
-@pytest.mark.parametrize("option,name,done,_", FLAGS)
-def test_unopenable_flag_fails_without_restart(term, syslog, option, name, done, _):
-    term.remove(f"/sys/kernel/flags/{name}")
-    term.mkdir(f"/sys/kernel/flags/{name}", 0o755)
-    syslog()
-    assert run_cmd(term, [option]) == (9, f"FATAL: Failed to open {name} flag\n".encode())
-    assert syslog() == [f"Request for {name}",
-                        f"Failed to process {name} request. Failed to open {name} flag"]
-    assert term.calls("/sbin/reboot") == []
-
-
 @pytest.mark.parametrize("option,name,done,error", FLAGS)
-def test_unwritable_flag_logs_the_status(term, syslog, option, name, done, error):
+@pytest.mark.parametrize("breakage", ["unopenable", "unwritable"])
+def test_flag_failure_is_logged_without_restart(term, syslog, option, name, done, error, breakage):
     term.remove(f"/sys/kernel/flags/{name}")
-    term.symlink("/dev/full", f"/sys/kernel/flags/{name}")
-    term.bind("/dev/full", "/dev/full")
+    if breakage == "unopenable":
+        term.mkdir(f"/sys/kernel/flags/{name}", 0o755)
+        line, logged = f"Failed to open {name} flag", f"Failed to open {name} flag"
+    else:
+        term.symlink("/dev/full", f"/sys/kernel/flags/{name}")
+        term.bind("/dev/full", "/dev/full")
+        line, logged = f"Failed to set {name} flag", f"{error} 9"
     syslog()
-    assert run_cmd(term, [option]) == (9, f"FATAL: Failed to set {name} flag\n".encode())
-    assert syslog() == [f"Request for {name}", f"Failed to process {name} request. {error} 9"]
+    assert run_cmd(term, [option]) == (9, f"FATAL: {line}\n".encode())
+    assert syslog() == [f"Request for {name}", f"Failed to process {name} request. {logged}"]
+    assert term.calls("/sbin/reboot") == []
 
 
 def test_refused_update_is_logged_in_its_own_words(term, syslog):
