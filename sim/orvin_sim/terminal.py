@@ -16,7 +16,6 @@ TOOLS = ["/bin/adduser", "/usr/bin/passwd", "/bin/deluser", "/sbin/reboot", "/us
          "/usr/bin/mtd_debug", "/bin/mount", "/bin/umount", "/sbin/fsck.vfat", "/usr/sbin/nvram",
          "/bin/dmesg"]
 PROGRAM = "/usr/sbin/orvin-auth"
-PROBE = "/usr/sbin/orvin-wrapper-probe"
 LEDS = ["LED1:YELLOW:PIN1", "LED2:YELLOW:PIN2", "LED3:YELLOW:PIN3", "LED4:YELLOW:PIN4",
         "LED5:YELLOW:PIN5", "LED6:YELLOW:PIN6", "LED7:RED", "LED8:GREEN", "LED9:BLUE:BLUETOOTH"]
 DEVICES = ["/dev/beeper", "/dev/emvl1_uart", "/dev/fb0", "/dev/input/event0", "/dev/lp0",
@@ -163,10 +162,6 @@ class Terminal:
         """Copies a host program into the terminal, owned by root (set-uid root by default)."""
         self.write(path, open(host_file, "rb").read(), mode)
 
-    def install_probe(self):
-        """Installs the test-only wrapper driver beside the program, set-uid root like it."""
-        self.install_program(os.path.join(self.build_dir, "orvin-wrapper-probe"), PROBE)
-
     def bind(self, host_file, path):
         """Puts a host file (for example a device simulator's file) at a terminal path."""
         target = self.path(path)
@@ -307,6 +302,14 @@ class Terminal:
 
     def usr_local_readonly(self):
         return bool(mounts.is_readonly(os.path.join(self.root, "usr/local")))
+
+    def leave_usr_local_free(self, nbytes):
+        """Shrinks the application file system so that only nbytes (whole pages) stay free."""
+        usr_local = self.path("/usr/local")
+        fs = os.statvfs(usr_local)
+        size = (fs.f_blocks - fs.f_bfree) * fs.f_frsize + nbytes
+        flags = mounts.MS_REMOUNT | (mounts.MS_RDONLY if self.usr_local_readonly() else 0)
+        mounts.mount(None, usr_local, None, flags, f"size={size}")
 
     def break_remount(self):
         """Makes every remount of /usr/local/ fail (it stops being a mount point), keeping its files."""

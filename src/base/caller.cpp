@@ -87,6 +87,11 @@ UniqueFd caller_open(const char* path, int flags) {
     return fd;
 }
 
+UniqueFd caller_open_dir(const char* path) {
+    AsCaller as;
+    return UniqueFd(::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
 int caller_lstat(const char* path, struct stat* st) {
     AsCaller as;
     return ::lstat(path, st);

@@ -56,6 +56,8 @@ public:
 // that cannot be opened, so no caller can hold the process. flags may add O_NOFOLLOW; the access
 // mode is always read-only, non-blocking and close-on-exec.
 [[nodiscard]] UniqueFd caller_open(const char* path, int flags = 0);
+// Holds a directory the caller named, as a path descriptor, if the caller could reach it.
+[[nodiscard]] UniqueFd caller_open_dir(const char* path);
 [[nodiscard]] int caller_lstat(const char* path, struct stat* st);
 [[nodiscard]] bool caller_access(const char* path, int mode);
 [[nodiscard]] int caller_unlink(const char* path);

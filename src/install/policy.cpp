@@ -35,7 +35,7 @@ bool plain_name(const std::string& name) {
 Result<NamedEntry> hold_parent(const char* path) {
     const std::string text(path);
     const std::string parent = text.find('/') == std::string::npos ? "./" : dir_part(text);
-    UniqueFd dir = caller_open(parent.c_str(), O_PATH | O_DIRECTORY);
+    UniqueFd dir = caller_open_dir(parent.c_str());
     std::optional<std::string> real = resolve_path(parent);
     struct stat held {};
     struct stat named {};

@@ -108,16 +108,30 @@ def test_invalid_certificate_is_deleted_or_the_check_fails(term, remount_fails):
     assert term.exists("/usr/local/share/certs/old.crt") == remount_fails
 
 
-def test_failed_user_rule_fails_the_check(term):
+LED = "/sys/class/leds/LED8:GREEN"
+
+
+@pytest.mark.parametrize("breakage,line", [
+    ("mtd", b"Failed to determine the MTD device.\n"),
+    ("no mtd", b"Failed to open the MTD table.\n"),
+    ("led", f"Failed change ownership on {LED}/brightness.\n".encode()),
+])
+def test_failed_user_rule_fails_the_check(term, breakage, line):
     term.install_cert("prod-sign")
     term.install_cert("keysign-main-user")
     term.install_cert("main-user")
-    term.write("/proc/mtd", b"dev:    size   erasesize  name\n", 0o444)
+    if breakage == "mtd":
+        term.write("/proc/mtd", b"dev:    size   erasesize  name\n", 0o444)
+    elif breakage == "no mtd":
+        term.remove("/proc/mtd")
+    else:
+        term.remove(f"{LED}/brightness")
     r = term.run([])
     assert r.status == 9
-    assert b"/usr/local/share/certs/main-user.crt - certificate - verifiedFailed to determine the " \
-           b"MTD device.\nFailed to add user for certificate: /usr/local/share/certs/main-user.crt.\n" \
-           in r.stdout
+    assert b"/usr/local/share/certs/main-user.crt - certificate - verified" + line + \
+           b"Failed to add user for certificate: /usr/local/share/certs/main-user.crt.\n" in r.stdout
     assert r.stdout.endswith(FAILED)
     assert not term.exists("/usr/local/share/certs/main-user.crt")
     assert not term.exists("/usr/local/share/certs/prod-sign.crt")
+    # The grant stops at the first failure: the LED's other files stay as they were.
+    assert term.lstat(f"{LED}/delay_on").st_gid == (0 if breakage == "led" else 500)

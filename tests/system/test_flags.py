@@ -4,7 +4,7 @@ import socket
 
 import pytest
 
-from helpers import run_cmd
+from helpers import run_cmd, signed_file
 
 LOCAL0_INFO = 16 * 8 + 6
 
@@ -42,6 +42,7 @@ FLAGS = [
 @pytest.mark.parametrize("option,name,done,_", FLAGS)
 @pytest.mark.parametrize("uid", [0, 500])
 def test_request_sets_the_flag(term, syslog, option, name, done, _, uid):
+    term.tool_fails("/sbin/reboot", exit=1)  # the system is going down: its result is not judged
     syslog()
     assert run_cmd(term, [option], uid=uid) == (0, done)
     assert term.read(f"/sys/kernel/flags/{name}") == b"1"
@@ -59,25 +60,21 @@ def test_refused_request_is_logged_twice(term, syslog, option, name, done, _):
     assert term.read(f"/sys/kernel/flags/{name}") == b"0"
 
 
-@pytest.mark.parametrize("option,name,done,_", FLAGS)
-def test_unopenable_flag_fails_without_restart(term, syslog, option, name, done, _):
-    term.remove(f"/sys/kernel/flags/{name}")
-    term.mkdir(f"/sys/kernel/flags/{name}", 0o755)
-    syslog()
-    assert run_cmd(term, [option]) == (9, f"FATAL: Failed to open {name} flag\n".encode())
-    assert syslog() == [f"Request for {name}",
-                        f"Failed to process {name} request. Failed to open {name} flag"]
-    assert term.calls("/sbin/reboot") == []
-
-
 @pytest.mark.parametrize("option,name,done,error", FLAGS)
-def test_unwritable_flag_logs_the_status(term, syslog, option, name, done, error):
+@pytest.mark.parametrize("breakage", ["unopenable", "unwritable"])
+def test_flag_failure_is_logged_without_restart(term, syslog, option, name, done, error, breakage):
     term.remove(f"/sys/kernel/flags/{name}")
-    term.symlink("/dev/full", f"/sys/kernel/flags/{name}")
-    term.bind("/dev/full", "/dev/full")
+    if breakage == "unopenable":
+        term.mkdir(f"/sys/kernel/flags/{name}", 0o755)
+        line, logged = f"Failed to open {name} flag", f"Failed to open {name} flag"
+    else:
+        term.symlink("/dev/full", f"/sys/kernel/flags/{name}")
+        term.bind("/dev/full", "/dev/full")
+        line, logged = f"Failed to set {name} flag", f"{error} 9"
     syslog()
-    assert run_cmd(term, [option]) == (9, f"FATAL: Failed to set {name} flag\n".encode())
-    assert syslog() == [f"Request for {name}", f"Failed to process {name} request. {error} 9"]
+    assert run_cmd(term, [option]) == (9, f"FATAL: {line}\n".encode())
+    assert syslog() == [f"Request for {name}", f"Failed to process {name} request. {logged}"]
+    assert term.calls("/sbin/reboot") == []
 
 
 def test_refused_update_is_logged_in_its_own_words(term, syslog):
@@ -86,8 +83,15 @@ def test_refused_update_is_logged_in_its_own_words(term, syslog):
     assert syslog() == ["Request for os_update", "failed to process os_update request. Access denied"]
 
 
-def test_failed_update_logs_its_status(term, syslog):
-    term.write("/tmp/os.img", b"unsigned")
+@pytest.mark.parametrize("failure,status", [("unsigned", 7), ("erase", 9)])
+def test_failed_update_logs_its_status(term, syslog, failure, status):
+    if failure == "unsigned":
+        term.write("/tmp/os.img", b"unsigned")
+    else:  # D9: nothing is written over a partition that was not erased
+        signed_file(term, "/tmp/os.img", "OperatingSystem")
+        term.tool_fails("/usr/bin/mtd_debug", exit=1)
     syslog()
-    assert run_cmd(term, ["--update-os", "/tmp/os.img"])[0] == 7
-    assert syslog() == ["Request for os_update", "failed to process os_update request. Error- 7"]
+    assert run_cmd(term, ["--update-os", "/tmp/os.img"])[0] == status
+    assert syslog() == ["Request for os_update", f"failed to process os_update request. Error- {status}"]
+    assert term.calls("/usr/bin/nandwrite") == [] and term.calls("/sbin/reboot") == []
+    assert term.read("/sys/kernel/flags/os_update") == b""

@@ -49,10 +49,12 @@ def test_caller_rules_judge_the_recorded_caller(term, args, uid, allowed):
         assert (r.status, r.stdout) == (6, BANNER + b"Access denied.\n")
 
 
-@pytest.mark.parametrize("option", ["--install-key-check", "--install-key"])
+@pytest.mark.parametrize("option,files", [("--install-key-check", ["/tmp/t", "/tmp/o"]),
+                                          ("--install-key", ["/tmp/t", "/tmp/o"]),
+                                          ("--install-kbpk", ["/tmp/k"]), ("--remove-kbpk", [])])
 @pytest.mark.parametrize("acquirer,uid", [("0", 500), ("256", 0), ("-1", 0), ("7 ", 500), ("", 500)])
-def test_key_commands_refuse_bad_acquirer_ids_silently(term, option, acquirer, uid):
-    r = term.run([option, acquirer, "/tmp/t", "/tmp/o"], uid=uid)
+def test_key_commands_refuse_bad_acquirer_ids_silently(term, option, files, acquirer, uid):
+    r = term.run([option, acquirer] + files, uid=uid)
     assert (r.status, r.stdout) == (1, BANNER)
 
 
@@ -65,13 +67,24 @@ def test_closed_standard_descriptors_are_reopened(term):
     assert term.read("/tmp/app") == b"payload\n"
 
 
-def test_tools_started_by_a_run_see_only_the_fixed_environment(make_term):
+ADDUSER = [b"adduser", b"-D", b"-u500", b"main-user"]
+
+
+@pytest.mark.parametrize("home,argv", [(None, ADDUSER), ("dir", ADDUSER[:2] + [b"-H"] + ADDUSER[2:]),
+                                       ("dangling", ADDUSER[:2] + [b"-H"] + ADDUSER[2:])])
+def test_tools_started_by_a_run_see_only_the_fixed_environment(make_term, home, argv):
     # D5 and D1: the start-up check creates the application user; whatever the caller handed
-    # over, the tool runs as root with PATH alone and descriptors 0 to 2.
+    # over, the tool runs as root with PATH alone and descriptors 0 to 2. Anything at the home
+    # path, even a dangling link, keeps adduser from making a home there.
     term = make_term(main_user=False)
     provision(term, "main-user")
+    if home == "dir":
+        term.mkdir("/home/main-user", 0o755)
+    elif home == "dangling":
+        term.symlink("/nowhere", "/home/main-user")
     term.run([], uid=1000, keep_fds=(4, 9), env={"PATH": "/tmp", "LD_PRELOAD": "/tmp/x.so"})
     (call,) = term.calls("/bin/adduser")
+    assert call.argv == argv
     assert call.env == [b"PATH=/usr/sbin:/usr/bin:/sbin:/bin"]
     assert call.fds == [0, 1, 2]
     assert (call.uid, call.euid, call.gid, call.egid) == (0, 0, 0, 0)

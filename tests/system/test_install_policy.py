@@ -28,7 +28,7 @@ def test_signer_directory_and_shared_area_are_allowed(app, dest):
     "/usr/local/other/app", "/usr/local/ACME/app", "/usr/local/share", "/usr/local/acmex/app",
     "/usr/local/share/certs/x.crt", "/usr/local/share/certs/", "/tmp/app2", "usr/local/share/x",
     "/usr/local/acme/../other/app", "/usr/local/acme/./app", "/usr/local/acme//app",
-    "/usr/local/share/fonts/..", "/usr/local//share/x"])
+    "/usr/local/share/fonts/..", "/usr/local//share/x", "/usr/local/share/.", "/usr/local/share//"])
 def test_other_destinations_are_refused(app, dest):
     r = check(app, dest)
     assert (r.status, r.stdout) == (8, f"Invalid destination path: {dest}\n".encode())

@@ -83,24 +83,15 @@ def test_unreadable_store_entry_stops_the_search(term):
     assert (r.status, r.stdout) == (9, b"Failed to read certificate file.\n")
 
 
-@pytest.mark.parametrize(
-    "file_mode,sig_mode,status,message",
-    [
-        (0o600, 0o644, 9, b"FATAL: Failed to open the file to verify.\n"),
-        (0o644, 0o600, 7, b"Cannot access signature file: /tmp/app.sig\n"),
-    ],
-)
-def test_files_are_read_with_the_callers_rights(acme, file_mode, sig_mode, status, message):
-    # D3: root can read both, the caller cannot.
-    signed_file(acme, "/tmp/app", "acme", mode=file_mode)
-    acme.chmod("/tmp/app.sig", sig_mode)
-    r = check(acme, uid=1000)
-    assert (r.status, r.stdout) == (status, message)
-    assert check(acme, uid=0).status == 0
-
-
-def test_file_behind_a_closed_directory_does_not_exist_for_the_caller(acme):
+@pytest.mark.parametrize("path,modes,status,message", [
+    ("/tmp/app", (0o600, 0o644), 9, b"FATAL: Failed to open the file to verify.\n"),
+    ("/tmp/app", (0o644, 0o600), 7, b"Cannot access signature file: /tmp/app.sig\n"),
+    ("/tmp/private/app", (0o644, 0o644), 1, b"Invalid file: /tmp/private/app\n"),  # closed directory
+])
+def test_files_are_read_with_the_callers_rights(acme, path, modes, status, message):
+    # D3: root can read them all, the caller cannot.
     acme.mkdir("/tmp/private", 0o700)
-    signed_file(acme, "/tmp/private/app", "acme")
-    r = check(acme, path="/tmp/private/app", uid=1000)
-    assert (r.status, r.stdout) == (1, b"Invalid file: /tmp/private/app\n")
+    signed_file(acme, path, "acme", mode=modes[0])
+    acme.chmod(path + ".sig", modes[1])
+    assert check(acme, path=path, uid=1000) == (status, message)
+    assert check(acme, path=path, uid=0).status == 0

@@ -1,15 +1,8 @@
 """Self-tests of the simulated terminal, only for what the program's own tests would not notice."""
-import errno
 import os
 
 import pytest
 from orvin_sim import sapi as S
-
-VALUE = bytes(range(256))
-
-
-def key_block(usage=b"K0", size=112, version=b"B"):
-    return (version + b"%04d" % size + usage + b"TE00N0000" + b"0123456789ABCDEF" * 8)[:size]
 
 
 def test_stub_records_the_exact_start(term):
@@ -32,30 +25,6 @@ def test_paths_never_leave_the_terminal(term):
     assert term.read("/etc/sim-escape-check") == b"inside"
     assert term.read("/tmp/up") == term.read("/etc/group")
     assert not os.path.exists("/etc/sim-escape-check")
-
-
-# The key commands to come rely on these refusals: the errno must reach the writer unchanged.
-@pytest.mark.parametrize("kbpk_flags,block,err,note", [
-    (None, key_block(), errno.EIO, "no-kbpk"),
-    (0x4000, key_block(b"P0"), 252, "pin-key-without-pci-pin"),
-    (0x8000, key_block(version=b"D"), errno.EIO, "bad-key-block"),
-])
-def test_refused_key_install_fails_the_write_and_changes_nothing(term, sapi, kbpk_flags, block, err, note):
-    if kbpk_flags is not None:
-        sapi.set_kbpk(3, VALUE, kbpk_flags)
-    before = sapi.state()
-    req = S.request(S.KEY_INSTALL, 3, block)
-    fd = os.open(term.path("/dev/sapi0"), os.O_RDWR)
-    try:
-        with pytest.raises(OSError) as e:
-            os.write(fd, req)
-        assert e.value.errno == err
-        assert os.read(fd, 4096) == b""  # no reply waits behind a refusal
-    finally:
-        os.close(fd)
-    (write,) = [e for e in sapi.events() if e.op == "write"]
-    assert (write.data, write.result, write.note) == (req, -err, note)
-    assert sapi.state() == before
 
 
 def test_proc_record_round_trip(term, sapi):

@@ -1,4 +1,4 @@
-// The hexadecimal codec and the four-digit number of KBPK state file names.
+// The hexadecimal decoder and the four-digit number of KBPK state file names, at their edges.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -12,52 +12,24 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes bytes(const std::string& s) {
-    return {s.begin(), s.end()};
-}
-
-TEST(Hex2Bin, DecodesInPlaceAndZeroesWhatItRead) {
+// The commands decode whole values; these are the neighbours of each digit range.
+TEST(Hex2Bin, OnlyDigitsOfEitherCaseDecode) {
     const struct {
         std::string text;
         int result;
-        Bytes after;  // the whole buffer: decoded bytes first, then what is left of the text
+        Bytes decoded;
     } rows[] = {
-        // Upper-case digits and every byte value round-trip below.
-        {"abcdef", 1, {0xAB, 0xCD, 0xEF, 0, 0, 0}},
-        {"0aFf", 1, {0x0A, 0xFF, 0, 0}},
-        {"", 1, {}},
-        {"ABC", 0, bytes("ABC")},  // odd length changes nothing
-        {"zz1", 0, bytes("zz1")},
-        {"AG", 0, {0, 'G'}},
-        {"12g4", 0, {0x12, 0, 'g', '4'}},
-        {"1 ", 0, {0, ' '}},
-        // The neighbours of each digit range.
-        {"/0", 0, {'/', '0'}},
-        {":0", 0, {':', '0'}},
-        {"@0", 0, {'@', '0'}},
-        {"`0", 0, {'`', '0'}},
-        {"0x", 0, {0, 'x'}},
+        {"09afAF", 1, {0x09, 0xAF, 0xAF}}, {"", 1, {}},  {"ABC", 0, {}}, {"/0", 0, {}},
+        {":0", 0, {}},  {"@0", 0, {}}, {"G0", 0, {}}, {"`0", 0, {}}, {"g0", 0, {}}, {"0x", 0, {}},
     };
     for (const auto& r : rows) {
-        Bytes buf = bytes(r.text);
+        Bytes buf(r.text.begin(), r.text.end());
         EXPECT_EQ(hex2bin(buf.data(), buf.size()), r.result) << r.text;
-        EXPECT_EQ(buf, r.after) << r.text;
-    }
-}
-
-TEST(Bin2Hex, UpperCaseInPlaceWithoutTerminatorAndEveryByteRoundTrips) {
-    Bytes buf = {0x0A, 0xFF, '#', '#', '#'};
-    EXPECT_EQ(bin2hex(buf.data(), 4), 1);
-    EXPECT_EQ(buf, bytes("0AFF#"));
-
-    Bytes all(512);
-    for (std::size_t i = 0; i < 256; ++i) {
-        all[i] = static_cast<std::uint8_t>(i);
-    }
-    ASSERT_EQ(bin2hex(all.data(), all.size()), 1);
-    ASSERT_EQ(hex2bin(all.data(), all.size()), 1);
-    for (std::size_t i = 0; i < 256; ++i) {
-        ASSERT_EQ(all[i], i);
+        if (r.result == 1) {
+            EXPECT_EQ(Bytes(buf.begin(), buf.begin() + static_cast<std::ptrdiff_t>(buf.size() / 2)),
+                      r.decoded)
+                << r.text;
+        }
     }
 }
 

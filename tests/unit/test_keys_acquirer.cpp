@@ -1,4 +1,4 @@
-// The acquirer ID rule beyond the IDs the KBPK commands are run with.
+// The acquirer ID rule; the commands are run with the IDs it accepts and a refusal or two.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -19,6 +19,16 @@ TEST(AcquirerId, AcceptedValueOrRefusal) {
         {"-4294967295", root, std::nullopt},  // wraps to a small value, still refused
         {"0x0", app, std::nullopt},
         {"9", 1000, 9},
+        {"017", app, 15},
+        {" 7", app, 7},
+        {"7 ", root, std::nullopt},
+        {"256", root, std::nullopt},
+        {"-1", root, std::nullopt},
+        {"0x", root, std::nullopt},
+        {"99999999999999999999", root, std::nullopt},
+        {"", root, 0},  // acquirer 0 is root's alone
+        {"", app, std::nullopt},
+        {"0", app, std::nullopt},
     };
     for (const auto& r : rows) {
         EXPECT_EQ(acquirer_id_parse(r.text, r.uid), r.expected) << r.text << " as " << r.uid;

@@ -1,9 +1,6 @@
-// Device requests, reply rules and proc record reads that no command drives yet; the KBPK requests
-// and their failures are checked byte for byte through the simulated device.
+// Request size limits and reply rules at their edges; the requests, the refusals and the proc
+// record reads are checked byte for byte through the simulated device.
 #include <gtest/gtest.h>
-
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <numeric>
@@ -21,26 +18,6 @@ Bytes counting(std::size_t n, std::uint8_t first = 0) {
     Bytes b(n);
     std::iota(b.begin(), b.end(), first);
     return b;
-}
-
-TEST(SapiEncode, HeaderThenPayloadByteForByte) {
-    const Bytes kbpk = counting(sapi::protected_kbpk_size, 0xA0);
-    // At start-up the 16 stored bits go out as read, bit 14 added afresh.
-    const Bytes restore = sapi_encode(sapi_kbpk_install_protected(
-        0, 0x8001, 0, std::span<const std::uint8_t, 32>(kbpk.data(), 32)));
-    EXPECT_EQ(Bytes(restore.begin(), restore.begin() + 10),
-              (Bytes{0xB4, 0xD1, 0x00, 0x00, 0x22, 0x00, 0x00, 0x00, 0x01, 0xC0}));
-    EXPECT_EQ(Bytes(restore.begin() + 10, restore.end()), kbpk);
-    EXPECT_EQ(sapi_encode(*sapi_key_install(9, Bytes{'B', '0', '0', '5', '6'})),
-              (Bytes{0xB7, 0xD1, 0x09, 0x00, 0x05, 0x00, 0x00, 0x00, 'B', '0', '0', '5', '6'}));
-    EXPECT_EQ(sapi_encode(*sapi_key_issuer_init("/CN=t", Bytes{0xEE, 0xFF})),
-              (Bytes{0xBE, 0xD1, 0x00, 0x00, 0x08, 0x00, 0x00, 0x00, 5, '/', 'C', 'N', '=', 't',
-                     0xEE, 0xFF}));
-    EXPECT_EQ(sapi_encode(*sapi_rate_limit_init(Bytes{1, 2, 3})),
-              (Bytes{0xBF, 0xD1, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 1, 2, 3}));
-    const Bytes wire = sapi_encode(*sapi_key_install(1, Bytes(4088, 'x')));
-    ASSERT_EQ(wire.size(), 4096U);
-    EXPECT_EQ(Bytes(wire.begin() + 4, wire.begin() + 8), (Bytes{0xF8, 0x0F, 0x00, 0x00}));
 }
 
 TEST(SapiEncode, BuildersRefuseWhatDoesNotFitItsField) {
@@ -77,46 +54,6 @@ TEST(SapiReplies, KeyRepliesNeedTheirDigestsAndAtLeastOneByte) {
     EXPECT_FALSE(sapi_parse_key_reply(counting(63)));
     EXPECT_EQ(sapi_parse_terminal_key_reply(reply), Bytes(reply.begin() + 32, reply.end()));
     EXPECT_FALSE(sapi_parse_terminal_key_reply(counting(31)));
-}
-
-TEST(SapiReplies, Only252OnAWorkingKeyMeansPciPin) {
-    const struct {
-        int err;
-        SapiWriteRefusal refusal;
-        int status;
-    } rows[] = {{252, SapiWriteRefusal::pci_pin, 14},
-                {251, SapiWriteRefusal::pci_pin, 9},
-                {252, SapiWriteRefusal::ordinary, 9}};
-    for (const auto& r : rows) {
-        const SapiWriteFailure f = sapi_write_failure(sapi::Command::key_install, r.err, r.refusal);
-        EXPECT_TRUE(f.with_code);
-        EXPECT_EQ(f.status, r.status) << r.err;
-    }
-}
-
-// A packet socket pair stands in for "/proc/sapi": each packet is what one read returns.
-ExitStatus proc_read(const std::vector<std::string>& packets, ProcRecord& rec, ProcReads reads) {
-    int fds[2];
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds), 0);
-    for (const std::string& p : packets) {
-        EXPECT_EQ(write(fds[1], p.data(), p.size()), static_cast<ssize_t>(p.size()));
-    }
-    close(fds[1]);
-    const ExitStatus st = sapi_proc_read_fd(fds[0], rec, reads);
-    close(fds[0]);
-    return st;
-}
-
-TEST(SapiProcRead, TwoReadsAreJoinedOneTakesTheFirstRecordNoneFails) {
-    ProcRecord rec;
-    rec.bytes.fill(0xFF);
-    ASSERT_EQ(proc_read({"abc", "de"}, rec, ProcReads::two), ST_OK);
-    EXPECT_EQ(std::string(rec.bytes.begin(), rec.bytes.begin() + rec.length), "abcde");
-    EXPECT_EQ(rec.bytes[5], 0);
-    EXPECT_EQ(rec.bytes.back(), 0);
-    ASSERT_EQ(proc_read({"abc", "de"}, rec, ProcReads::one), ST_OK);
-    EXPECT_EQ(rec.length, 3U);
-    EXPECT_EQ(proc_read({}, rec, ProcReads::two), ST_FAILURE);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// Finding a partition in the text of the MTD table: the edges beyond the lookups run through the
-// wrapper probe.
+// Finding a partition in the text of the MTD table.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -24,6 +23,11 @@ TEST(MtdFind, FirstLineWithFragmentAndColonDecides) {
         {"mtd2: 00040000 00020000 \"a:b\"\n", "a:b", "/dev/mtd2", "0x00040000\n"},
         {"dev:    size   erasesize  name\nmtd4: 00800000 00020000 \"erasesize\"\n", "erasesize",
          "/dev/dev", "0x   size \n"},
+        {"screens without colon\nmtd12: 00800000 00020000 \"screens\"\n", "screens", "/dev/mtd12",
+         "0x00800000\n"},
+        // The first line that names it decides, even when its device name is too long for us.
+        {"mtd123: 00800000 00020000 \"screens\"\nmtd4: 00800000 00020000 \"screens\"\n", "screens",
+         nullptr, nullptr},
         {"mtd4: 00800000 00020000 \"Screens\"\n", "screens", nullptr, nullptr},
         {"", "screens", nullptr, nullptr},
     };

@@ -1,4 +1,5 @@
-// Taking apart the terminal's certificate records and making their subject and key usage texts.
+// The bounds of the terminal's certificate records and the texts made from them, at the edges the
+// commands do not reach.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -11,47 +12,7 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-// A record in a zero-filled 4096-byte buffer, as the proc read leaves it.
-std::array<std::uint8_t, 4096> record(RecordLayout layout, const Bytes& key, const std::string& cn,
-                                      const std::string& usage) {
-    std::array<std::uint8_t, 4096> buf{};
-    buf[0] = static_cast<std::uint8_t>(key.size());
-    buf[1] = static_cast<std::uint8_t>(key.size() >> 8);
-    std::size_t pos = layout == RecordLayout::request ? 4 : 6;
-    if (layout == RecordLayout::generation) {
-        buf[4] = 3;  // trailing field: never read
-    }
-    for (std::uint8_t b : key) {
-        buf[pos++] = b;
-    }
-    buf[pos++] = static_cast<std::uint8_t>(cn.size());
-    for (char c : cn) {
-        buf[pos++] = static_cast<std::uint8_t>(c);
-    }
-    buf[pos++] = static_cast<std::uint8_t>(usage.size());
-    for (char c : usage) {
-        buf[pos++] = static_cast<std::uint8_t>(c);
-    }
-    return buf;
-}
-
 const std::string prefix(x509_subject_prefix);
-
-TEST(X509RecordParse, FindsTheTextsBehindTheKeyBlockOfEitherLayout) {
-    const Bytes key = {0x00, 0x01, 0xC5, 0x00, 0x01, 0x03};
-    for (RecordLayout layout : {RecordLayout::request, RecordLayout::generation}) {
-        auto buf = record(layout, key, "node-7", "digitalSignature");
-        auto parsed = x509_record_parse(buf, layout);
-        ASSERT_TRUE(parsed);
-        const std::size_t at = layout == RecordLayout::request ? 4 : 6;
-        EXPECT_EQ(parsed->key_block.data(), buf.data() + at);
-        EXPECT_EQ(parsed->key_block.size(), buf.size() - at);  // runs on: its own lengths rule
-        EXPECT_EQ(parsed->common_name, "node-7");
-        EXPECT_EQ(parsed->key_usage, "digitalSignature");
-    }
-}
 
 TEST(X509RecordParse, RefusesLengthsThatLeadPastTheBuffer) {
     std::array<std::uint8_t, 4096> buf{};
@@ -74,29 +35,6 @@ TEST(X509RecordParse, RefusesLengthsThatLeadPastTheBuffer) {
             buf[4 + r.key_length] = static_cast<std::uint8_t>(r.cn_length);
         }
         EXPECT_EQ(x509_record_parse(buf, RecordLayout::request).has_value(), r.ok) << r.key_length;
-    }
-}
-
-TEST(X509SubjectText, KeepsTheNameOnlyWhileTheSubjectHasRoomForIt) {
-    const std::string serial = "0123456789";
-    const struct {
-        std::string lead;
-        std::string cn;
-        std::size_t max;
-        std::string text;
-    } rows[] = {
-        {"", "node", csr_max_cn, prefix + "node"},
-        {"", std::string(180, 'a'), csr_max_cn, prefix + std::string(180, 'a')},
-        {"", std::string(181, 'a'), csr_max_cn, prefix},
-        {serial, "-x", generate_max_cn, prefix + serial + "-x"},
-        {serial, std::string(170, 'b'), generate_max_cn, prefix + serial + std::string(170, 'b')},
-        {serial, std::string(171, 'b'), generate_max_cn, prefix + serial},
-        {"", std::string("ab\0cd", 5), csr_max_cn, prefix + "ab"},  // a zero byte ends it
-    };
-    for (const auto& r : rows) {
-        const std::string text = x509_subject_text(r.lead, r.cn, r.max);
-        EXPECT_EQ(text, r.text) << r.cn.size();
-        EXPECT_LE(text.size(), 255u);
     }
 }
 
