@@ -30,7 +30,8 @@ ExitStatus copy_into(const char* source, const std::string& dest, const StagedFi
         return ST_FAILURE;
     }
     Sha256 sha;
-    std::vector<char> block(io_block);
+    (void)posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    std::vector<char> block(io_bulk_block);
     auto remaining = static_cast<std::uint64_t>(st.st_size);
     while (remaining > 0) {
         std::size_t want = remaining < block.size() ? remaining : block.size();
@@ -48,6 +49,26 @@ ExitStatus copy_into(const char* source, const std::string& dest, const StagedFi
     if (digest != nullptr && !sha.final(*digest)) {
         std::puts("FATAL: OpenSSL failure.");
         return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+ExitStatus write_signature(const Signature& sig, const std::string& dest, const StagedFile& out) {
+    if (!out.valid()) {
+        std::printf("FATAL: Failed to create output file: %s\n", dest.c_str());
+        return ST_FAILURE;
+    }
+    if (write_full(out.fd(), sig.data(), sig.size()) != sig.size()) {
+        std::puts("FATAL: Failed to write a data block.");
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+ExitStatus check_staged(const Digest& digest, const SignerResult& signer) {
+    if (!sig_matches(signer, digest)) {
+        std::puts("Signature check failed.");
+        return ST_BAD_SIGNATURE;
     }
     return ST_OK;
 }
