@@ -36,6 +36,8 @@ struct Candidate {
     // Prepared once: trying a candidate then costs one public-key operation. Null for a key that
     // cannot verify this kind of signature, which never matches.
     EvpPkeyCtxPtr verifier;
+    // The subject common name, read the first time this candidate is the signer.
+    std::optional<std::optional<std::string>> cn;
 };
 
 // The identity of a directory's listing; any entry added, removed or renamed changes it.
@@ -99,7 +101,7 @@ void list_dir(const char* dir, const char* skip, CandidateDir& cache) {
             (skip != nullptr && std::strcmp(name, skip) == 0) || std::strlen(name) > 256) {
             continue;
         }
-        cache.entries.push_back(Candidate{std::string(dir) + name, Read::unread, nullptr, nullptr});
+        cache.entries.push_back(Candidate{std::string(dir) + name, Read::unread, nullptr, nullptr, {}});
     }
     if (stamp) {
         cache.cached = true;
@@ -152,7 +154,7 @@ bool verifies(EVP_PKEY_CTX* verifier, const Digest& digest, const Signature& sig
 }
 
 // Tries one candidate; prints and fails for anything that is not a readable certificate.
-Match try_candidate(Candidate& c, const Digest& digest, const Signature& sig, const X509*& signer) {
+Match try_candidate(Candidate& c, const Digest& digest, const Signature& sig, Candidate*& signer) {
     if (c.read == Read::unread) {
         read_candidate(c);
     }
@@ -173,13 +175,13 @@ Match try_candidate(Candidate& c, const Digest& digest, const Signature& sig, co
     if (!verifies(c.verifier.get(), digest, sig)) {
         return Match::no;
     }
-    signer = c.cert.get();
+    signer = &c;
     return Match::yes;
 }
 
 // Searches one directory in listing order.
 Match search_dir(const char* dir, const char* skip, CandidateDir& cache, const Digest& digest,
-                 const Signature& sig, const X509*& signer) {
+                 const Signature& sig, Candidate*& signer) {
     list_dir(dir, skip, cache);
     if (!cache.listed) {
         std::puts("FATAL: Directory listing failed.");
@@ -201,7 +203,9 @@ ExitStatus digest_fd(int fd, off_t size, Digest& digest) {
         std::puts("FATAL: OpenSSL failure.");
         return ST_FAILURE;
     }
-    (void)posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (static_cast<std::uint64_t>(size) > io_bulk_block) {
+        (void)posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    }
     // Sized for the file and left uninitialised: small files are the common case of the sweep.
     auto remaining = static_cast<std::uint64_t>(size);
     const std::size_t block_size = remaining < io_bulk_block ? remaining : io_bulk_block;
@@ -266,7 +270,7 @@ ExitStatus sig_read(const std::string& sig_path, Signature& sig) {
 
 SignerResult sig_find_signer(const Digest& digest, const Signature& sig) {
     SignerCache& cache = signer_cache();
-    const X509* signer = nullptr;
+    Candidate* signer = nullptr;
     // The certificate store is searched first, so an installed signer wins over a system one.
     Match m = search_dir(paths::cert_store, nullptr, cache.store, digest, sig, signer);
     if (m == Match::failed || m == Match::unlisted) {
@@ -285,18 +289,20 @@ SignerResult sig_find_signer(const Digest& digest, const Signature& sig) {
             return {ST_BAD_SIGNATURE, {}, {}, nullptr};
         }
     }
-    std::optional<std::string> cn = x509_subject_cn(signer);
-    if (!cn) {
+    if (!signer->cn) {
+        signer->cn = x509_subject_cn(signer->cert.get());
+    }
+    if (!*signer->cn) {
         std::puts("No common name found in certificate file.");
         return {ST_FAILURE, {}, {}, nullptr};
     }
-    EVP_PKEY* key = X509_get0_pubkey(signer);
+    EVP_PKEY* key = X509_get0_pubkey(signer->cert.get());
     if (key == nullptr || EVP_PKEY_up_ref(key) != 1) {
         ERR_clear_error();
         std::puts("FATAL: OpenSSL failure.");
         return {ST_FAILURE, {}, {}, nullptr};
     }
-    return {ST_OK, std::move(*cn), sig, EvpPkeyPtr(key)};
+    return {ST_OK, **signer->cn, sig, EvpPkeyPtr(key)};
 }
 
 bool sig_matches(const SignerResult& signer, const Digest& digest) {
@@ -309,11 +315,9 @@ bool sig_matches(const SignerResult& signer, const Digest& digest) {
 
 void signer_cache_forget() { signer_cache() = SignerCache{}; }
 
-SignerResult sig_verify(const char* path) {
-    Signature sig{};
-    if (ExitStatus st = sig_read(std::string(path) + ".sig", sig); st != ST_OK) {
-        return {st, {}, {}, nullptr};
-    }
+namespace {
+
+SignerResult verify_signed_file(const char* path, const Signature& sig) {
     struct stat st {};
     if (caller_lstat(path, &st) != 0) {
         std::puts("FATAL: Failed to obtain file information.");
@@ -330,6 +334,25 @@ SignerResult sig_verify(const char* path) {
     }
     fd.reset();
     return sig_find_signer(digest, sig);
+}
+
+}  // namespace
+
+SignerResult sig_verify(const char* path) {
+    Signature sig{};
+    if (ExitStatus st = sig_read(std::string(path) + ".sig", sig); st != ST_OK) {
+        return {st, {}, {}, nullptr};
+    }
+    return verify_signed_file(path, sig);
+}
+
+ExitStatus file_sig_verify_opened(const char* path, int sig_fd) {
+    Signature sig{};
+    if (read_full(sig_fd, sig.data(), sig.size()) != sig.size()) {
+        std::printf("Failed to read the signature file: %s.sig\n", path);
+        return ST_FAILURE;
+    }
+    return verify_signed_file(path, sig).status;
 }
 
 SignerResult file_verify(const char* path) {

@@ -35,6 +35,9 @@ struct SignerResult {
 // As sig_verify, for callers that only need the verdict.
 [[nodiscard]] ExitStatus file_sig_verify(const char* path);
 
+// As file_sig_verify, for a caller that has already opened path + ".sig" with the caller's rights.
+[[nodiscard]] ExitStatus file_sig_verify_opened(const char* path, int sig_fd);
+
 // A streaming SHA-256, for callers that digest bytes while they copy them (D6).
 class Sha256 {
 public:
