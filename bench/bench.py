@@ -21,7 +21,6 @@ program's peak memory by file size, and how "--authenticate" grows with files an
 It measures; it never fails on a time. "--quick" uses smaller inputs (about three minutes).
 """
 import argparse
-import hashlib
 import os
 import shutil
 import statistics
@@ -29,9 +28,6 @@ import subprocess
 import sys
 import time
 from contextlib import contextmanager
-
-from cryptography.hazmat.primitives import hashes, serialization
-from cryptography.hazmat.primitives.asymmetric import padding, utils
 
 REPO = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path.insert(0, os.path.join(REPO, "sim"))
@@ -60,7 +56,10 @@ def build(build_dir):
                     "-lcrypto"], check=True)
     peak = os.path.join(build_dir, "bench", "peak_rss")
     subprocess.run(["cc", "-O2", "-o", peak, os.path.join(REPO, "bench", "peak_rss.c")], check=True)
-    return ideal, peak
+    signer = os.path.join(build_dir, "bench", "sign_files")
+    subprocess.run(["cc", "-O2", "-o", signer, os.path.join(REPO, "bench", "sign_files.c"),
+                    "-lcrypto"], check=True)
+    return ideal, peak, signer
 
 
 def peak_rss(term, peak, args):
@@ -94,21 +93,21 @@ def usr_local_writable(term):
 class Signers:
     """Certificates and private keys by role; bench-N are extra signers under "prod-sign"."""
 
-    def __init__(self, pki):
+    def __init__(self, pki, sign_files):
         self.pki = pki
+        self.sign_files = sign_files
         self.roles = ["prod-sign"] + [f"bench-{k}" for k in range(49)]
         for role in self.roles[1:]:
             pki.issue(role, role, "prod-sign")
-        self._keys = {}
 
-    def key(self, role):
-        if role not in self._keys:
-            with open(self.pki.key_path(role), "rb") as f:
-                self._keys[role] = serialization.load_pem_private_key(f.read(), None)
-        return self._keys[role]
+    def sign(self, host_paths, role):
+        """Writes each host path's detached signature by role."""
+        subprocess.run([self.sign_files, self.pki.key_path(role)], check=True,
+                       input="".join(p + "\n" for p in host_paths).encode())
 
-    def sign_digest(self, digest, role):
-        return self.key(role).sign(digest, padding.PKCS1v15(), utils.Prehashed(hashes.SHA256()))
+    def public_key(self, role):
+        return subprocess.run(["openssl", "pkey", "-in", self.pki.key_path(role), "-pubout"],
+                              check=True, capture_output=True).stdout
 
 
 def set_store(term, signers, count, extra=()):
@@ -124,31 +123,28 @@ def set_store(term, signers, count, extra=()):
 
 def write_big(term, signers, path, size):
     """A file of size random bytes and its signature by "acme"."""
-    sha = hashlib.sha256()
     with open(term.path(path), "wb") as f:
         for _ in range(size // MIB):
-            block = os.urandom(MIB)
-            sha.update(block)
-            f.write(block)
-    with open(term.path(path) + ".sig", "wb") as f:
-        f.write(signers.sign_digest(sha.digest(), "acme"))
+            f.write(os.urandom(MIB))
+    signers.sign([term.path(path)], "acme")
 
 
 def make_tree(term, signers, files, certs):
     """files signed files under /usr/local/bench/, signed in turn by each stored signer."""
     root = term.path("/usr/local/bench")
+    by_role = {}
     with usr_local_writable(term):
         shutil.rmtree(root, ignore_errors=True)
         for i in range(files):
             d = os.path.join(root, f"d{i // 100}")
             if i % 100 == 0:
                 os.makedirs(d)
-            data = os.urandom(2048)
-            with open(os.path.join(d, f"f{i}"), "wb") as f:
-                f.write(data)
-            sig = signers.sign_digest(hashlib.sha256(data).digest(), signers.roles[i % certs])
-            with open(os.path.join(d, f"f{i}.sig"), "wb") as f:
-                f.write(sig)
+            path = os.path.join(d, f"f{i}")
+            with open(path, "wb") as f:
+                f.write(os.urandom(2048))
+            by_role.setdefault(signers.roles[i % certs], []).append(path)
+        for role, paths in by_role.items():
+            signers.sign(paths, role)
 
 
 # ---- running -----------------------------------------------------------------------------------
@@ -215,9 +211,9 @@ def main():
     pairs = opts.pairs or (3 if quick else 7)
     big = (256 if quick else 1024) * MIB
     p2_files = 1000 if quick else 10000
-    ideal, peak = build(opts.build)
+    ideal, peak, sign_files = build(opts.build)
     pki = PKI(os.path.join(opts.build, "sim-pki"))
-    signers = Signers(pki)
+    signers = Signers(pki, sign_files)
 
     with Terminal(opts.build, pki) as term:
         if opts.program:
@@ -225,9 +221,7 @@ def main():
         for host, path in [(shutil.which("openssl"), "/usr/bin/openssl"),
                            (shutil.which("cp"), "/usr/bin/cp"), (ideal, "/usr/bin/ideal_verify")]:
             term.install_program(host, path, 0o755)
-        pub = signers.key("acme").public_key().public_bytes(
-            serialization.Encoding.PEM, serialization.PublicFormat.SubjectPublicKeyInfo)
-        term.write("/tmp/acme.pub", pub)
+        term.write("/tmp/acme.pub", signers.public_key("acme"))
         openssl = "/usr/bin/openssl"
         rows = []
 
