@@ -122,7 +122,9 @@ int ftw_process_certs(const char* path, const struct stat* /*st*/, int type) {
         return 0;
     }
     std::printf("%s - certificate", path);
-    if (cert_verify(path) != ST_OK) {
+    // The certificate that verified gives the common name too, so each is read once (D6).
+    X509Ptr verified;
+    if (cert_verify(path, OpenAs::root, verified) != ST_OK) {
         std::fputs(" invalid - delete", stdout);
         if (file_unlink(path) != ST_OK) {
             std::printf("Failed to delete invalid certificate: %s.\n", path);
@@ -130,7 +132,8 @@ int ftw_process_certs(const char* path, const struct stat* /*st*/, int type) {
         }
     } else {
         std::fputs(" - verified", stdout);
-        if (cert_adduser(path) != ST_OK) {
+        std::string cn;
+        if (cert_cn(verified.get(), cn) != ST_OK || cert_adduser_cn(cn) != ST_OK) {
             std::printf("Failed to add user for certificate: %s.\n", path);
             return 1;
         }

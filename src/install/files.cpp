@@ -76,7 +76,10 @@ bool create_directories(std::string existing, const std::string& remainder) {
 
 }  // namespace
 
-ExitStatus file_install(const char* source, const char* dest, const std::string& cn) {
+// Installs the pair for the signer that file_verify found: the signature bytes it verified and a
+// copy of the data that must still carry them (D6, D17).
+ExitStatus file_install(const char* source, const char* dest, const SignerResult& signer) {
+    const std::string& cn = signer.cn;
     const std::string d(dest);
     if (d.find('/') == std::string::npos) {
         return ST_BAD_PATH;
@@ -86,7 +89,6 @@ ExitStatus file_install(const char* source, const char* dest, const std::string&
     if (!parts) {
         return ST_FAILURE;
     }
-    const std::string source_sig = std::string(source) + ".sig";
     const std::string full_sig = full + ".sig";
 
     Ownership owner;
@@ -113,14 +115,17 @@ ExitStatus file_install(const char* source, const char* dest, const std::string&
         return ST_FAILURE;
     }
 
-    // The signature goes first, so a data file never exists without one.
+    // The signature goes first, so a data file never exists without one. It is the one that was
+    // verified, not whatever the caller's ".sig" holds by now (D17).
     StagedFile sig_file(full_sig);
-    if (ExitStatus st = copy_into(source_sig.c_str(), full_sig, sig_file, nullptr); st != ST_OK) {
+    if (ExitStatus st = write_signature(signer.sig, full_sig, sig_file); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = set_owner_and_mode(sig_file, owner, installed_sig_mode); st != ST_OK) {
         return st;
     }
+    // The destination may lie among the candidate signers' directories.
+    signer_cache_forget();
     if (!sig_file.publish(full_sig)) {
         std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
@@ -135,7 +140,7 @@ ExitStatus file_install(const char* source, const char* dest, const std::string&
         st = set_owner_and_mode(data_file, owner, (src.st_mode & 0777) | installed_data_add);
     }
     if (st == ST_OK) {
-        st = recheck_staged(digest, full_sig, cn);
+        st = check_staged(digest, signer);
     }
     if (st == ST_OK && !data_file.publish(full)) {
         std::printf("FATAL: Internal filesystem call failed.");
@@ -161,7 +166,7 @@ int cmd_file_install(int /*argc*/, char** argv) {
     if (ExitStatus st = file_install_verify(argv[2], argv[3], signer.cn); st != ST_OK) {
         return st;
     }
-    if (ExitStatus st = file_install(argv[2], argv[3], signer.cn); st != ST_OK) {
+    if (ExitStatus st = file_install(argv[2], argv[3], signer); st != ST_OK) {
         // Bytes that changed under us after the check are as good as badly signed (D6).
         if (st == ST_BAD_SIGNATURE) {
             (void)file_sig_unlink(argv[2]);

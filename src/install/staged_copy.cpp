@@ -7,7 +7,7 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <vector>
+#include <memory>
 
 #include "base/caller.hpp"
 #include "base/fd.hpp"
@@ -30,24 +30,46 @@ ExitStatus copy_into(const char* source, const std::string& dest, const StagedFi
         return ST_FAILURE;
     }
     Sha256 sha;
-    std::vector<char> block(io_block);
+    (void)posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
     auto remaining = static_cast<std::uint64_t>(st.st_size);
+    const std::size_t block_size = remaining < io_bulk_block ? remaining : io_bulk_block;
+    auto block = std::make_unique_for_overwrite<char[]>(block_size);
     while (remaining > 0) {
-        std::size_t want = remaining < block.size() ? remaining : block.size();
-        if (read_full(in.get(), block.data(), want) != want) {
+        std::size_t want = remaining < block_size ? remaining : block_size;
+        if (read_full(in.get(), block.get(), want) != want) {
             std::puts("FATAL: Failed to read a data block.");
             return ST_FAILURE;
         }
-        if (write_full(out.fd(), block.data(), want) != want) {
+        if (write_full(out.fd(), block.get(), want) != want) {
             std::puts("FATAL: Failed to write a data block.");
             return ST_FAILURE;
         }
-        sha.update(block.data(), want);
+        sha.update(block.get(), want);
         remaining -= want;
     }
     if (digest != nullptr && !sha.final(*digest)) {
         std::puts("FATAL: OpenSSL failure.");
         return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+ExitStatus write_signature(const Signature& sig, const std::string& dest, const StagedFile& out) {
+    if (!out.valid()) {
+        std::printf("FATAL: Failed to create output file: %s\n", dest.c_str());
+        return ST_FAILURE;
+    }
+    if (write_full(out.fd(), sig.data(), sig.size()) != sig.size()) {
+        std::puts("FATAL: Failed to write a data block.");
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+ExitStatus check_staged(const Digest& digest, const SignerResult& signer) {
+    if (!sig_matches(signer, digest)) {
+        std::puts("Signature check failed.");
+        return ST_BAD_SIGNATURE;
     }
     return ST_OK;
 }

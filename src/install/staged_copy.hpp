@@ -13,6 +13,14 @@
 [[nodiscard]] ExitStatus copy_into(const char* source, const std::string& dest,
                                    const StagedFile& out, Digest* digest);
 
+// Writes the signature bytes that were verified, and nothing else, into out (D17).
+[[nodiscard]] ExitStatus write_signature(const Signature& sig, const std::string& dest,
+                                         const StagedFile& out);
+
+// The staged bytes (their digest) must carry the signature that was verified, by the signer that
+// was found for it; "Signature check failed." and 7 otherwise (D6).
+[[nodiscard]] ExitStatus check_staged(const Digest& digest, const SignerResult& signer);
+
 // The staged bytes (their digest) must carry a valid signature in the root-owned signature file,
 // made by the signer that was accepted; 7 otherwise.
 [[nodiscard]] ExitStatus recheck_staged(const Digest& digest, const std::string& staged_sig,

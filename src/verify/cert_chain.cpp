@@ -2,8 +2,10 @@
 #include "verify/cert_chain.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -49,28 +51,174 @@ ExitStatus build_store(const char* anchor, X509StorePtr& store) {
         return ST_FAILURE;
     }
     if (X509_STORE_load_file(store.get(), anchor) != 1) {
+        store.reset();
         std::puts("FATAL: OpenSSL failure: X509_STORE_load_locations.");
         return ST_FAILURE;
     }
     if (std::strcmp(anchor, paths::anchor_bundle) == 0 &&
         X509_STORE_set_default_paths(store.get()) != 1) {
+        store.reset();
         std::puts("FATAL: OpenSSL failure: X509_STORE_set_default_paths.");
         return ST_FAILURE;
     }
     return ST_OK;
 }
 
-// A damaged intermediate fails every verification while it is present, so that a broken store
-// is noticed (and swept) rather than silently trusted less.
-ExitStatus add_intermediates(X509_STORE* store) {
+// The identity of a stored file; replacing or rewriting it changes it.
+struct FileStamp {
+    dev_t dev = 0;
+    ino_t ino = 0;
+    off_t size = 0;
+    timespec mtime{};
+    timespec ctime{};
+
+    bool operator==(const FileStamp& o) const {
+        return dev == o.dev && ino == o.ino && size == o.size && mtime.tv_sec == o.mtime.tv_sec &&
+               mtime.tv_nsec == o.mtime.tv_nsec && ctime.tv_sec == o.ctime.tv_sec &&
+               ctime.tv_nsec == o.ctime.tv_nsec;
+    }
+};
+
+// What one stored intermediate gives every verification while it is present, read once per run
+// for as long as the file stays the same. Its message is printed again by every verification
+// that meets it, as if it were read each time.
+struct LoadedIntermediate {
+    bool cached = false;
+    FileStamp stamp;
     ExitStatus status = ST_OK;
-    for (const Intermediate& i : intermediates) {
-        if (access(i.path, F_OK) != 0) {
+    const char* message = nullptr;
+    X509Ptr cert;
+    bool joins = false;  // the common name is the expected one: the store takes it
+};
+
+LoadedIntermediate load_intermediate(const Intermediate& i) {
+    LoadedIntermediate out;
+    CertFile file = cert_read_file(i.path, OpenAs::root);
+    if (file.status == ST_CERT_UNREADABLE) {
+        out.status = file.status;
+        out.message = "FATAL: Failed to open certificate file.";
+        return out;
+    }
+    if (file.status != ST_OK) {
+        out.status = file.status;
+        return out;
+    }
+    const std::optional<std::string> subject = x509_subject_cn(file.cert.get());
+    if (!subject) {
+        out.status = ST_FAILURE;
+        out.message = "No common name found in certificate file.";
+        return out;
+    }
+    out.joins = *subject == i.cn;
+    out.cert = std::move(file.cert);
+    return out;
+}
+
+// The intermediate as it is now: nothing when absent, else its cached reading while the file
+// keeps its identity.
+const LoadedIntermediate* current_intermediate(const Intermediate& i, LoadedIntermediate& cache) {
+    if (access(i.path, F_OK) != 0) {
+        return nullptr;
+    }
+    struct stat st {};
+    if (stat(i.path, &st) != 0) {
+        cache = load_intermediate(i);
+        return &cache;
+    }
+    const FileStamp stamp{st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
+    if (!cache.cached || !(cache.stamp == stamp)) {
+        cache = load_intermediate(i);
+        cache.cached = cache.status != ST_CERT_UNREADABLE;
+        cache.stamp = stamp;
+    }
+    return &cache;
+}
+
+constexpr std::size_t intermediate_count = std::size(intermediates);
+using Joined = std::array<const LoadedIntermediate*, intermediate_count>;
+
+// A store built for one anchor and the intermediates that joined it, kept for the run: building
+// it (loading the anchor file and the library's default locations) costs more than a
+// verification. It is built again when the intermediates present change.
+struct AnchorStore {
+    const char* anchor = nullptr;
+    X509StorePtr store;
+    // Held, so that a certificate read again later cannot reuse the address of one added here.
+    std::array<X509Ptr, intermediate_count> added;
+};
+
+struct ChainCache {
+    std::array<LoadedIntermediate, intermediate_count> intermediates;
+    std::array<AnchorStore, 2> stores;
+};
+
+ChainCache& chain_cache() {
+    static ChainCache cache;
+    return cache;
+}
+
+// The store for anchor with the joining intermediates added. A failed build prints its message and
+// is not kept; an intermediate the store refuses is reported when the verification reaches it.
+ExitStatus store_for(const char* anchor, const Joined& joined, X509_STORE*& store,
+                     std::array<bool, intermediate_count>& refused) {
+    std::array<const X509*, intermediate_count> wanted{};
+    for (std::size_t k = 0; k < intermediate_count; ++k) {
+        if (joined[k] != nullptr && joined[k]->joins) {
+            wanted[k] = joined[k]->cert.get();
+        }
+    }
+    AnchorStore& slot = chain_cache().stores[std::strcmp(anchor, paths::anchor_bundle) == 0 ? 0 : 1];
+    bool same = slot.store && slot.anchor == anchor;
+    for (std::size_t k = 0; same && k < intermediate_count; ++k) {
+        same = slot.added[k].get() == wanted[k];
+    }
+    if (same) {
+        store = slot.store.get();
+        return ST_OK;
+    }
+    slot = AnchorStore{};
+    if (ExitStatus st = build_store(anchor, slot.store); st != ST_OK) {
+        return st;
+    }
+    bool complete = true;
+    for (std::size_t k = 0; k < intermediate_count; ++k) {
+        auto* cert = const_cast<X509*>(wanted[k]);
+        if (cert == nullptr) {
             continue;
         }
-        X509Ptr cert;
-        if (ExitStatus st = cert_verify_extend(i.path, cert, i.cn, store); st != ST_OK) {
-            status = st;
+        ERR_clear_error();
+        if (X509_STORE_add_cert(slot.store.get(), cert) != 1) {
+            refused[k] = true;
+            complete = false;
+        } else if (X509_up_ref(cert) == 1) {
+            slot.added[k].reset(cert);
+        }
+    }
+    ERR_clear_error();
+    store = slot.store.get();
+    // An incomplete store serves this verification only; the next one builds again.
+    slot.anchor = complete ? anchor : nullptr;
+    return ST_OK;
+}
+
+// A damaged intermediate fails every verification while it is present, so that a broken store
+// is noticed (and swept) rather than silently trusted less.
+ExitStatus report_intermediates(const Joined& joined,
+                                const std::array<bool, intermediate_count>& refused) {
+    ExitStatus status = ST_OK;
+    for (std::size_t k = 0; k < intermediate_count; ++k) {
+        const LoadedIntermediate* i = joined[k];
+        if (i == nullptr) {
+            continue;
+        }
+        if (i->message != nullptr) {
+            std::puts(i->message);
+        }
+        if (i->status != ST_OK) {
+            status = i->status;
+        } else if (refused[k]) {
+            std::puts("FATAL: OpenSSL failure: X509_STORE_add_cert.");
+            status = ST_FAILURE;
         }
     }
     return status;
@@ -103,7 +251,16 @@ CertFile cert_read_file(const char* path, OpenAs who) {
         return {ST_CERT_UNREADABLE, nullptr};
     }
     ERR_clear_error();
-    BioPtr bio(BIO_new_fd(fd.get(), BIO_NOCLOSE));
+    // The PEM reader asks for a line at a time: a buffer under it turns a byte per system call
+    // into a few reads per file, and it still reads no further than the first certificate needs.
+    BioPtr bio(BIO_new(BIO_f_buffer()));
+    BIO* fd_bio = BIO_new_fd(fd.get(), BIO_NOCLOSE);
+    if (fd_bio == nullptr || !bio) {
+        BIO_free(fd_bio);
+        bio.reset();
+    } else {
+        BIO_push(bio.get(), fd_bio);
+    }
     X509Ptr cert(bio ? PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr) : nullptr);
     ERR_clear_error();
     if (!cert) {
@@ -136,8 +293,15 @@ const char* cert_verify_ca_file(const X509* cert) {
 ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified) {
     verified.reset();
     CertFile file = cert_read_file(path, who);
-    X509StorePtr store;
-    if (ExitStatus st = build_store(cert_verify_ca_file(file.cert.get()), store); st != ST_OK) {
+    const char* anchor = cert_verify_ca_file(file.cert.get());
+    ChainCache& cache = chain_cache();
+    Joined joined{};
+    for (std::size_t k = 0; k < intermediate_count; ++k) {
+        joined[k] = current_intermediate(intermediates[k], cache.intermediates[k]);
+    }
+    X509_STORE* store = nullptr;
+    std::array<bool, intermediate_count> refused{};
+    if (ExitStatus st = store_for(anchor, joined, store, refused); st != ST_OK) {
         return st;
     }
     if (file.status == ST_CERT_UNREADABLE) {
@@ -148,7 +312,7 @@ ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified) {
         return file.status;
     }
     const ExitStatus status =
-        verify_chain(store.get(), file.cert.get(), add_intermediates(store.get()));
+        verify_chain(store, file.cert.get(), report_intermediates(joined, refused));
     if (status == ST_OK) {
         verified = std::move(file.cert);
     }

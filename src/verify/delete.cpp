@@ -15,6 +15,7 @@
 #include "base/status.hpp"
 #include "system/osfs.hpp"
 #include "system/walk.hpp"
+#include "verify/signature.hpp"
 
 namespace {
 
@@ -33,7 +34,10 @@ int file_unlink(const char* path) {
     if (!writable.ok()) {
         return ST_FAILURE;
     }
-    return unlink(path) == 0 ? ST_OK : ST_FAILURE;
+    const bool deleted = unlink(path) == 0;
+    // The file may have been a candidate signer: the next search must not meet it again.
+    signer_cache_forget();
+    return deleted ? ST_OK : ST_FAILURE;
 }
 
 int file_sig_unlink(const char* path) {

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -22,65 +23,172 @@
 
 namespace {
 
-
 enum class Match { yes, no, failed, unlisted };
 
-// The digest is computed once; every candidate key is tried against it, as the signing tool's
-// "sign the SHA-256 of the file" would be checked.
-bool key_matches(EVP_PKEY* key, const Digest& digest, const Signature& sig) {
-    EvpPkeyCtxPtr ctx(EVP_PKEY_CTX_new(key, nullptr));
-    if (!ctx || EVP_PKEY_verify_init(ctx.get()) != 1 ||
-        EVP_PKEY_CTX_set_signature_md(ctx.get(), EVP_sha256()) != 1) {
-        ERR_clear_error();
-        return false;
+// What reading one candidate gave. A failure stops every search that reaches it, and is reported
+// again each time one does.
+enum class Read { unread, ok, open_failed, read_failed, no_key };
+
+struct Candidate {
+    std::string path;
+    Read read = Read::unread;
+    X509Ptr cert;
+    // Prepared once: trying a candidate then costs one public-key operation. Null for a key that
+    // cannot verify this kind of signature, which never matches.
+    EvpPkeyCtxPtr verifier;
+    // The subject common name, read the first time this candidate is the signer.
+    std::optional<std::optional<std::string>> cn;
+};
+
+// The identity of a directory's listing; any entry added, removed or renamed changes it.
+struct DirStamp {
+    dev_t dev = 0;
+    ino_t ino = 0;
+    timespec mtime{};
+    timespec ctime{};
+
+    bool operator==(const DirStamp& o) const {
+        return dev == o.dev && ino == o.ino && mtime.tv_sec == o.mtime.tv_sec &&
+               mtime.tv_nsec == o.mtime.tv_nsec && ctime.tv_sec == o.ctime.tv_sec &&
+               ctime.tv_nsec == o.ctime.tv_nsec;
     }
-    bool ok = EVP_PKEY_verify(ctx.get(), sig.data(), sig.size(), digest.data(), digest.size()) == 1;
-    ERR_clear_error();
-    return ok;
+};
+
+// One candidate directory as this run has read it: its entries in listing order, each read the
+// first time a search reaches it (a search that matches early never opens the later ones).
+struct CandidateDir {
+    bool cached = false;
+    bool listed = false;
+    DirStamp stamp;
+    std::vector<Candidate> entries;
+};
+
+struct SignerCache {
+    CandidateDir store;
+    CandidateDir system;
+};
+
+SignerCache& signer_cache() {
+    static SignerCache cache;
+    return cache;
 }
 
-// Tries one candidate file; prints and fails for anything that is not a readable certificate.
-Match try_candidate(const std::string& path, const Digest& digest, const Signature& sig,
-                    X509Ptr& signer) {
-    FilePtr f(std::fopen(path.c_str(), "re"));
-    if (!f) {
-        std::puts("Failed to open certificate file.");
-        return Match::failed;
+std::optional<DirStamp> dir_stamp(const char* dir) {
+    struct stat st {};
+    if (stat(dir, &st) != 0) {
+        return std::nullopt;
     }
-    X509Ptr cert(PEM_read_X509(f.get(), nullptr, nullptr, nullptr));
-    if (!cert) {
-        ERR_clear_error();
-        std::puts("Failed to read certificate file.");
-        return Match::failed;
-    }
-    EVP_PKEY* key = X509_get0_pubkey(cert.get());
-    if (key == nullptr) {
-        ERR_clear_error();
-        std::puts("FATAL: OpenSSL failure.");
-        return Match::failed;
-    }
-    if (!key_matches(key, digest, sig)) {
-        return Match::no;
-    }
-    signer = std::move(cert);
-    return Match::yes;
+    return DirStamp{st.st_dev, st.st_ino, st.st_mtim, st.st_ctim};
 }
 
-// Searches one directory in listing order; "skip" names an extra entry to pass over.
-Match search_dir(const char* dir, const char* skip, const Digest& digest, const Signature& sig,
-                 X509Ptr& signer) {
+// Lists dir into cache; "skip" names an extra entry to pass over. A directory whose identity
+// cannot be read is listed again at every search.
+void list_dir(const char* dir, const char* skip, CandidateDir& cache) {
+    const std::optional<DirStamp> stamp = dir_stamp(dir);
+    if (cache.cached && stamp && *stamp == cache.stamp) {
+        return;
+    }
+    cache = CandidateDir{};
     DirPtr d(opendir(dir));
-    if (!d) {
-        std::puts("FATAL: Directory listing failed.");
-        return Match::unlisted;
-    }
-    while (const dirent* e = readdir(d.get())) {
+    cache.listed = static_cast<bool>(d);
+    while (d) {
+        const dirent* e = readdir(d.get());
+        if (e == nullptr) {
+            break;
+        }
         const char* name = e->d_name;
         if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 ||
             (skip != nullptr && std::strcmp(name, skip) == 0) || std::strlen(name) > 256) {
             continue;
         }
-        Match m = try_candidate(std::string(dir) + name, digest, sig, signer);
+        cache.entries.push_back(Candidate{std::string(dir) + name, Read::unread, nullptr, nullptr, {}});
+    }
+    if (stamp) {
+        cache.cached = true;
+        cache.stamp = *stamp;
+    }
+}
+
+EvpPkeyCtxPtr make_verifier(EVP_PKEY* key) {
+    EvpPkeyCtxPtr ctx(EVP_PKEY_CTX_new(key, nullptr));
+    if (!ctx || EVP_PKEY_verify_init(ctx.get()) != 1 ||
+        EVP_PKEY_CTX_set_signature_md(ctx.get(), EVP_sha256()) != 1) {
+        ctx.reset();
+    }
+    ERR_clear_error();
+    return ctx;
+}
+
+void read_candidate(Candidate& c) {
+    FilePtr f(std::fopen(c.path.c_str(), "re"));
+    if (!f) {
+        c.read = Read::open_failed;
+        return;
+    }
+    c.cert.reset(PEM_read_X509(f.get(), nullptr, nullptr, nullptr));
+    if (!c.cert) {
+        ERR_clear_error();
+        c.read = Read::read_failed;
+        return;
+    }
+    EVP_PKEY* key = X509_get0_pubkey(c.cert.get());
+    if (key == nullptr) {
+        ERR_clear_error();
+        c.read = Read::no_key;
+        return;
+    }
+    c.verifier = make_verifier(key);
+    c.read = Read::ok;
+}
+
+// The digest is computed once; every candidate key is tried against it, as the signing tool's
+// "sign the SHA-256 of the file" would be checked.
+bool verifies(EVP_PKEY_CTX* verifier, const Digest& digest, const Signature& sig) {
+    if (verifier == nullptr) {
+        return false;
+    }
+    const bool ok =
+        EVP_PKEY_verify(verifier, sig.data(), sig.size(), digest.data(), digest.size()) == 1;
+    ERR_clear_error();
+    return ok;
+}
+
+// Tries one candidate; prints and fails for anything that is not a readable certificate.
+Match try_candidate(Candidate& c, const Digest& digest, const Signature& sig, Candidate*& signer) {
+    if (c.read == Read::unread) {
+        read_candidate(c);
+    }
+    switch (c.read) {
+        case Read::unread:
+        case Read::open_failed:
+            std::puts("Failed to open certificate file.");
+            return Match::failed;
+        case Read::read_failed:
+            std::puts("Failed to read certificate file.");
+            return Match::failed;
+        case Read::no_key:
+            std::puts("FATAL: OpenSSL failure.");
+            return Match::failed;
+        case Read::ok:
+            break;
+    }
+    if (!verifies(c.verifier.get(), digest, sig)) {
+        return Match::no;
+    }
+    signer = &c;
+    return Match::yes;
+}
+
+// Searches one directory in listing order.
+Match search_dir(const char* dir, const char* skip, CandidateDir& cache, const Digest& digest,
+                 const Signature& sig, Candidate*& signer) {
+    list_dir(dir, skip, cache);
+    if (!cache.listed) {
+        std::puts("FATAL: Directory listing failed.");
+        return Match::unlisted;
+    }
+    for (Candidate& c : cache.entries) {
+        Match m = try_candidate(c, digest, sig, signer);
         if (m != Match::no) {
             return m;
         }
@@ -88,22 +196,27 @@ Match search_dir(const char* dir, const char* skip, const Digest& digest, const 
     return Match::no;
 }
 
-// Digests exactly size bytes of fd in 4096-byte blocks, never holding the file.
+// Digests exactly size bytes of fd, in large blocks, never holding the file.
 ExitStatus digest_fd(int fd, off_t size, Digest& digest) {
     Sha256 sha;
     if (!sha.ok()) {
         std::puts("FATAL: OpenSSL failure.");
         return ST_FAILURE;
     }
-    std::array<std::uint8_t, io_block> block;
+    if (static_cast<std::uint64_t>(size) > io_bulk_block) {
+        (void)posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    }
+    // Sized for the file and left uninitialised: small files are the common case of the sweep.
     auto remaining = static_cast<std::uint64_t>(size);
+    const std::size_t block_size = remaining < io_bulk_block ? remaining : io_bulk_block;
+    auto block = std::make_unique_for_overwrite<std::uint8_t[]>(block_size);
     while (remaining > 0) {
-        std::size_t want = remaining < block.size() ? remaining : block.size();
-        if (read_full(fd, block.data(), want) != want) {
+        std::size_t want = remaining < block_size ? remaining : block_size;
+        if (read_full(fd, block.get(), want) != want) {
             std::puts("FATAL: Failed to read the block data.");
             return ST_FAILURE;
         }
-        sha.update(block.data(), want);
+        sha.update(block.get(), want);
         if (!sha.ok()) {
             std::puts("FATAL: OpenSSL failure.");
             return ST_FAILURE;
@@ -120,7 +233,10 @@ ExitStatus digest_fd(int fd, off_t size, Digest& digest) {
 }  // namespace
 
 Sha256::Sha256() : ctx_(EVP_MD_CTX_new()), ok_(false) {
-    ok_ = ctx_ && EVP_DigestInit_ex(ctx_.get(), EVP_sha256(), nullptr) == 1;
+    // Fetched once per run: the implicit fetch behind EVP_sha256() is paid at every digest.
+    static const std::unique_ptr<EVP_MD, Deleter<EVP_MD_free>> sha256(
+        EVP_MD_fetch(nullptr, "SHA256", nullptr));
+    ok_ = ctx_ && EVP_DigestInit_ex(ctx_.get(), sha256 ? sha256.get() : EVP_sha256(), nullptr) == 1;
 }
 
 void Sha256::update(const void* data, std::size_t len) {
@@ -134,12 +250,14 @@ bool Sha256::final(Digest& out) {
 }
 
 ExitStatus sig_read(const std::string& sig_path, Signature& sig) {
-    if (!caller_access(sig_path.c_str(), R_OK)) {
-        std::printf("Cannot access signature file: %s\n", sig_path.c_str());
-        return ST_BAD_SIGNATURE;
-    }
+    // Opening first spares the access test on the usual path; a failed open is then told apart
+    // exactly as before: unreadable for the caller, or readable but not openable.
     UniqueFd fd = caller_open(sig_path.c_str(), O_RDONLY | O_NONBLOCK);
     if (!fd) {
+        if (!caller_access(sig_path.c_str(), R_OK)) {
+            std::printf("Cannot access signature file: %s\n", sig_path.c_str());
+            return ST_BAD_SIGNATURE;
+        }
         std::printf("Failed to open the signature file: %s\n", sig_path.c_str());
         return ST_FAILURE;
     }
@@ -151,60 +269,96 @@ ExitStatus sig_read(const std::string& sig_path, Signature& sig) {
 }
 
 SignerResult sig_find_signer(const Digest& digest, const Signature& sig) {
-    X509Ptr signer;
+    SignerCache& cache = signer_cache();
+    Candidate* signer = nullptr;
     // The certificate store is searched first, so an installed signer wins over a system one.
-    Match m = search_dir(paths::cert_store, nullptr, digest, sig, signer);
+    Match m = search_dir(paths::cert_store, nullptr, cache.store, digest, sig, signer);
     if (m == Match::failed || m == Match::unlisted) {
-        return {ST_FAILURE, {}};
+        return {ST_FAILURE, {}, {}, nullptr};
     }
     if (m == Match::no) {
-        m = search_dir(paths::ssl_dir, paths::ssl_bundle_name, digest, sig, signer);
+        m = search_dir(paths::ssl_dir, paths::ssl_bundle_name, cache.system, digest, sig, signer);
         if (m == Match::failed) {
-            return {ST_FAILURE, {}};
+            return {ST_FAILURE, {}, {}, nullptr};
         }
         if (m == Match::unlisted) {
-            return {ST_BAD_SIGNATURE, {}};
+            return {ST_BAD_SIGNATURE, {}, {}, nullptr};
         }
         if (m == Match::no) {
             std::puts("Signature check failed.");
-            return {ST_BAD_SIGNATURE, {}};
+            return {ST_BAD_SIGNATURE, {}, {}, nullptr};
         }
     }
-    std::optional<std::string> cn = x509_subject_cn(signer.get());
-    if (!cn) {
-        std::puts("No common name found in certificate file.");
-        return {ST_FAILURE, {}};
+    if (!signer->cn) {
+        signer->cn = x509_subject_cn(signer->cert.get());
     }
-    return {ST_OK, *cn};
+    if (!*signer->cn) {
+        std::puts("No common name found in certificate file.");
+        return {ST_FAILURE, {}, {}, nullptr};
+    }
+    EVP_PKEY* key = X509_get0_pubkey(signer->cert.get());
+    if (key == nullptr || EVP_PKEY_up_ref(key) != 1) {
+        ERR_clear_error();
+        std::puts("FATAL: OpenSSL failure.");
+        return {ST_FAILURE, {}, {}, nullptr};
+    }
+    return {ST_OK, **signer->cn, sig, EvpPkeyPtr(key)};
 }
 
-SignerResult sig_verify(const char* path) {
-    Signature sig{};
-    if (ExitStatus st = sig_read(std::string(path) + ".sig", sig); st != ST_OK) {
-        return {st, {}};
+bool sig_matches(const SignerResult& signer, const Digest& digest) {
+    if (!signer.verified() || !signer.key) {
+        return false;
     }
+    EvpPkeyCtxPtr verifier = make_verifier(signer.key.get());
+    return verifies(verifier.get(), digest, signer.sig);
+}
+
+void signer_cache_forget() { signer_cache() = SignerCache{}; }
+
+namespace {
+
+SignerResult verify_signed_file(const char* path, const Signature& sig) {
     struct stat st {};
     if (caller_lstat(path, &st) != 0) {
         std::puts("FATAL: Failed to obtain file information.");
-        return {ST_FAILURE, {}};
+        return {ST_FAILURE, {}, {}, nullptr};
     }
     UniqueFd fd = caller_open(path, O_RDONLY | O_NONBLOCK);
     if (!fd) {
         std::puts("FATAL: Failed to open the file to verify.");
-        return {ST_FAILURE, {}};
+        return {ST_FAILURE, {}, {}, nullptr};
     }
     Digest digest{};
     if (ExitStatus s = digest_fd(fd.get(), st.st_size, digest); s != ST_OK) {
-        return {s, {}};
+        return {s, {}, {}, nullptr};
     }
     fd.reset();
     return sig_find_signer(digest, sig);
 }
 
+}  // namespace
+
+SignerResult sig_verify(const char* path) {
+    Signature sig{};
+    if (ExitStatus st = sig_read(std::string(path) + ".sig", sig); st != ST_OK) {
+        return {st, {}, {}, nullptr};
+    }
+    return verify_signed_file(path, sig);
+}
+
+ExitStatus file_sig_verify_opened(const char* path, int sig_fd) {
+    Signature sig{};
+    if (read_full(sig_fd, sig.data(), sig.size()) != sig.size()) {
+        std::printf("Failed to read the signature file: %s.sig\n", path);
+        return ST_FAILURE;
+    }
+    return verify_signed_file(path, sig).status;
+}
+
 SignerResult file_verify(const char* path) {
     if (!caller_access(path, F_OK)) {
         std::printf("Invalid file: %s\n", path);
-        return {ST_BAD_ARGUMENT, {}};
+        return {ST_BAD_ARGUMENT, {}, {}, nullptr};
     }
     return sig_verify(path);
 }

@@ -14,10 +14,13 @@ inline constexpr std::size_t sha256_size = 32;
 using Signature = std::array<std::uint8_t, signature_size>;
 using Digest = std::array<std::uint8_t, sha256_size>;
 
-// The outcome of a verification: the signer's role is only present when status is ST_OK.
+// The outcome of a verification: the signer's role, the signature bytes that were verified and
+// the signer's key are only present when status is ST_OK.
 struct SignerResult {
     ExitStatus status = ST_FAILURE;
     std::string cn;
+    Signature sig{};
+    EvpPkeyPtr key;
 
     [[nodiscard]] bool verified() const { return status == ST_OK; }
 };
@@ -31,6 +34,9 @@ struct SignerResult {
 
 // As sig_verify, for callers that only need the verdict.
 [[nodiscard]] ExitStatus file_sig_verify(const char* path);
+
+// As file_sig_verify, for a caller that has already opened path + ".sig" with the caller's rights.
+[[nodiscard]] ExitStatus file_sig_verify_opened(const char* path, int sig_fd);
 
 // A streaming SHA-256, for callers that digest bytes while they copy them (D6).
 class Sha256 {
@@ -50,3 +56,11 @@ private:
 // The pieces, for callers that verify bytes they copied themselves (D6).
 [[nodiscard]] ExitStatus sig_read(const std::string& sig_path, Signature& sig);
 [[nodiscard]] SignerResult sig_find_signer(const Digest& digest, const Signature& sig);
+
+// Whether the signer already found signed digest with the very signature bytes it was found by,
+// for checking a copy without searching the candidates again (D6, D17).
+[[nodiscard]] bool sig_matches(const SignerResult& signer, const Digest& digest);
+
+// The candidate signers are read once per run; a change this run makes to their directories
+// (a deletion, an install) must be announced so the next search reads them again.
+void signer_cache_forget();

@@ -138,3 +138,12 @@ def test_source_swapped_during_install_never_installs_unverified_bytes(signers):
         names = set(os.listdir(acme_dir)) if os.path.isdir(acme_dir) else set()
         assert names <= {f"n{j}" for j in range(i + 1)} | {f"n{j}.sig" for j in range(i + 1)}
     assert signers.usr_local_readonly()
+
+
+def test_installed_signature_is_the_verified_256_bytes(signers):
+    # D17: whatever follows the signature in the caller's ".sig" never reaches /usr/local/.
+    signers.write("/tmp/app.bin", b"payload\n")
+    sig = signers.read(signers.sign("/tmp/app.bin", "acme", extra=b"\xff" * 4096))
+    r = install(signers, "/tmp/app.bin", "/usr/local/acme/")
+    assert r.status == 0
+    assert signers.read("/usr/local/acme/app.bin.sig") == sig[:256]
