@@ -60,17 +60,22 @@ ExitStatus caller_check(CallerRule rule) {
 
 // The supplementary groups stay the caller's for the whole run: they do not widen root's rights,
 // and with the caller's file-system IDs they give the caller's own groups their access.
-AsCaller::AsCaller() {
-    const Caller& c = caller();
-    (void)setfsgid(c.gid);
-    (void)setfsuid(c.uid);
+// A root caller already has root's file-system identity: the switch would change nothing, and
+// the sweep makes it for every file.
+AsCaller::AsCaller() : switched_(caller().uid != ids::root || caller().gid != 0) {
+    if (switched_) {
+        (void)setfsgid(caller().gid);
+        (void)setfsuid(caller().uid);
+    }
 }
 
 AsCaller::~AsCaller() {
-    int saved = errno;
-    (void)setfsuid(0);
-    (void)setfsgid(0);
-    errno = saved;
+    if (switched_) {
+        int saved = errno;
+        (void)setfsuid(0);
+        (void)setfsgid(0);
+        errno = saved;
+    }
 }
 
 UniqueFd caller_open(const char* path, int flags) {

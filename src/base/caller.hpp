@@ -49,6 +49,9 @@ public:
     ~AsCaller();
     AsCaller(const AsCaller&) = delete;
     AsCaller& operator=(const AsCaller&) = delete;
+
+private:
+    bool switched_;
 };
 
 // Opens a file the caller named, for reading, with the caller's rights (D3). It never blocks, and
