@@ -2,7 +2,11 @@
 # Installs the Debian packages the build, the simulated terminal and the tests need, when missing.
 set -euo pipefail
 packages=(g++ make cmake pkg-config libssl-dev openssl libgtest-dev python3 python3-pytest
-          gcc libfuse3-dev fuse3 util-linux gnutls-bin python3-cryptography clang-tidy)
+          gcc libfuse3-dev fuse3 util-linux
+          gnutls-bin python3-cryptography                       # interoperability tests
+          clang clang-tidy mandoc man-db                        # second compiler, checks
+          debhelper dpkg-dev fakeroot lintian file              # the Debian package
+          g++-arm-linux-gnueabihf qemu-user-static)             # the armhf cross build
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -1,25 +1,96 @@
 #!/usr/bin/env bash
-# Builds orvin-auth and runs every test: unit tests and system tests in the simulated terminal,
-# once with the production build and once under AddressSanitizer and UBSan. Run as root.
+# Builds orvin-auth and runs every test: unit and system tests with the production build and under
+# AddressSanitizer and UBSan, the unit tests of g++ and clang Release builds, the manual page, a
+# reproducibility check, the Debian package, the workstation terminal and the armhf cross build.
+# Every build treats warnings as errors. Run as root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/deps.sh
 
 jobs=$(nproc)
-run_suites() {
-    local dir=$1
-    echo "== unit tests ($dir)"
-    "$dir/orvin-unit-tests" --gtest_brief=1
-    echo "== system tests ($dir)"
-    ORVIN_BUILD_DIR="$PWD/$dir" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/system
+# Nothing in the binaries carries a date; should a tool want one, it takes the commit's.
+SOURCE_DATE_EPOCH=$(git log -1 --format=%ct 2>/dev/null || echo 0)
+export SOURCE_DATE_EPOCH
+step() { echo; echo "== $*"; }
+
+# build <dir> <build type> [cmake options...]: configures with warnings as errors and builds.
+build() {
+    local dir=$1 type=$2
+    shift 2
+    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE="$type" -DORVIN_WERROR=ON "$@" >/dev/null
+    cmake --build "$dir" -j"$jobs"
 }
 
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j"$jobs"
-run_suites build
+unit_tests() {
+    step "unit tests ($1)"
+    "$1/orvin-unit-tests" --gtest_brief=1
+}
 
-cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DORVIN_SANITIZE=ON >/dev/null
-cmake --build build-asan -j"$jobs"
+system_tests() {
+    step "system tests ($1)"
+    ORVIN_BUILD_DIR="$PWD/$1" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/system
+}
+
+# The extra build type and compiler: the program and the unit tests only.
+release_builds() {
+    step "g++ Release build"
+    cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DORVIN_WERROR=ON >/dev/null
+    cmake --build build-release -j"$jobs" --target orvin-auth orvin-unit-tests
+    unit_tests build-release
+    step "clang Release build"
+    CC=clang CXX=clang++ cmake -S . -B build-clang -DCMAKE_BUILD_TYPE=Release -DORVIN_WERROR=ON \
+        >/dev/null
+    cmake --build build-clang -j"$jobs" --target orvin-auth orvin-unit-tests
+    unit_tests build-clang
+}
+
+manual_page() {
+    step "manual page"
+    mandoc -T lint doc/orvin-auth.8
+    man -l doc/orvin-auth.8 >/dev/null
+}
+
+# A second Release build from a copy of the tree in another directory must give the same bytes.
+reproducible() {
+    step "reproducible build"
+    local copy
+    copy=$(mktemp -d /tmp/orvin-repro.XXXXXX)
+    git ls-files -z --cached --others --exclude-standard | tar --null -T - -cf - | tar -C "$copy" -xf -
+    cmake -S "$copy" -B "$copy/out" -DCMAKE_BUILD_TYPE=Release -DORVIN_WERROR=ON >/dev/null
+    cmake --build "$copy/out" -j"$jobs" --target orvin-auth >/dev/null
+    cmp build-release/orvin-auth "$copy/out/orvin-auth"
+    rm -rf "$copy"
+    echo "build-release/orvin-auth is reproduced byte for byte"
+}
+
+debian_package() {
+    step "Debian package"
+    ORVIN_TEST_PACKAGE=1 ORVIN_BUILD_DIR="$PWD/build" /usr/bin/python3 -m pytest -q \
+        -p no:cacheprovider tests/system/test_package.py
+}
+
+sim_shell() {
+    step "tools/sim-shell"
+    tools/sim-shell --build build -c 'printf "hello\n" > hello && sign-file main-user hello &&
+        orvin-auth --install hello /usr/local/main-user/ && test -x /usr/local/main-user/hello'
+}
+
+step "RelWithDebInfo build"
+build build RelWithDebInfo
+unit_tests build
+system_tests build
+
+release_builds
+reproducible
+manual_page
+sim_shell
+debian_package
+step "armhf cross build"
+tools/cross-test.sh armhf
+
+step "AddressSanitizer and UBSan build"
+build build-asan Debug -DORVIN_SANITIZE=ON
 export ASAN_OPTIONS=abort_on_error=0:detect_leaks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-run_suites build-asan
+unit_tests build-asan
+system_tests build-asan

@@ -69,7 +69,8 @@ class Terminal:
     """One terminal, laid out fresh on its own tmpfs. Terminal paths are absolute ("/etc/passwd");
     the helpers resolve them, symbolic links included, inside the terminal and never outside."""
 
-    def __init__(self, build_dir, pki, main_user=True, sapi=False):
+    def __init__(self, build_dir, pki, main_user=True, sapi=False, program=None):
+        """program: the orvin-auth to install (default: the one in build_dir, e.g. a packaged one)."""
         self.sapi = None
         self.build_dir = os.path.abspath(build_dir)
         self.pki = pki
@@ -78,7 +79,7 @@ class Terminal:
             if not os.access(os.path.join(self._sim_dir, helper), os.X_OK):
                 raise FileNotFoundError(f"{self._sim_dir}/{helper} is missing: build the project "
                                         f"(cmake --build {self.build_dir}) first")
-        program = os.path.join(self.build_dir, "orvin-auth")
+        program = program or os.path.join(self.build_dir, "orvin-auth")
         if not os.path.exists(program):
             raise FileNotFoundError(f"{program} is missing: build the project first")
         mounts.enter_private_namespace()
@@ -392,9 +393,10 @@ class Terminal:
 
     def popen(self, args, uid=0, gid=None, groups=None, cwd="/", umask=None, rlimits=None,
               close_fds=(), keep_fds=(), env=None, argv0="orvin-auth", no_argv=False, stdin=None,
-              program=PROGRAM):
+              program=PROGRAM, output=subprocess.PIPE):
         """Starts the program as the given user and returns the subprocess.Popen; stdin is None
-        (empty), bytes (at most a pipe's worth), a file object or subprocess.PIPE."""
+        (empty), bytes (at most a pipe's worth), a file object or subprocess.PIPE; output None
+        leaves standard output and error to the caller's (an interactive shell)."""
         gid = uid if gid is None else gid
         cmd = [os.path.join(self._sim_dir, "orvin-sim-exec"), "--root", self.root, "--uid", str(uid),
                "--gid", str(gid), "--groups", ",".join(str(g) for g in groups or ()), "--cwd", cwd,
@@ -422,7 +424,7 @@ class Terminal:
         if data is not None:
             stdin = subprocess.PIPE
         child = subprocess.Popen(cmd, stdin=subprocess.DEVNULL if stdin is None else stdin,
-                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                                 stdout=output, stderr=output)
         self._children.append(child)
         if data is not None:
             child.stdin.write(data)

@@ -384,7 +384,7 @@ static int control(char* text) {
     }
     if (count == 0) return -EINVAL;
     const char* verb = words[0];
-    long v, acquirer, flags;
+    long v, acquirer, flags, first_read = -1;
     int file = file_word(words[1]);
     struct buf bytes = {0};
     int rc = -EINVAL;
@@ -409,9 +409,9 @@ static int control(char* text) {
         rc = 0;
     } else if (strcmp(verb, "proc-record") == 0 && (count == 2 || count == 3) &&
                parse_hex(words[1], &bytes) == 0 &&
-               (count == 2 || parse_long(words[2], -1, 1 << 20, &v) == 0)) {
+               (count == 2 || parse_long(words[2], -1, 1 << 20, &first_read) == 0)) {
         set(&proc_record, bytes.data, bytes.len);
-        proc_first_read = count == 3 ? v : -1;
+        proc_first_read = first_read;
         rc = 0;
     } else if (strcmp(verb, "kbpk-remove") == 0 && count == 2 &&
                parse_long(words[1], 0, 255, &acquirer) == 0) {

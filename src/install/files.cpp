@@ -66,7 +66,8 @@ std::optional<std::pair<std::string, std::string>> split_existing(const std::str
 bool create_directories(std::string existing, const std::string& remainder) {
     std::size_t start = 0;
     for (std::size_t end; (end = remainder.find('/', start)) != std::string::npos; start = end + 1) {
-        existing += "/" + remainder.substr(start, end - start);
+        existing.push_back('/');
+        existing.append(remainder, start, end - start);
         if (mkdir(existing.c_str(), created_dir_mode) != 0) {
             return false;
         }

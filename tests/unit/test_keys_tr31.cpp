@@ -40,7 +40,7 @@ TEST(Tr31Shape, SizeFirstThenVersionThenLength) {
         Tr31Fault f = tr31_size_fault(r.size);
         if (f == Tr31Fault::none) {
             std::array<std::uint8_t, tr31::head_size> head{};
-            std::copy(r.head, r.head + std::strlen(r.head), head.begin());
+            std::copy_n(r.head, std::min(std::strlen(r.head), head.size()), head.begin());
             f = tr31_head_fault(head, r.size);
         }
         EXPECT_EQ(f, r.fault) << r.head << " " << r.size;
