@@ -2,7 +2,7 @@
 # Installs the Debian packages the build, the simulated terminal and the tests need, when missing.
 set -euo pipefail
 packages=(g++ make cmake pkg-config libssl-dev openssl libgtest-dev python3 python3-pytest
-          libfuse3-dev fuse3 util-linux)
+          libfuse3-dev fuse3 util-linux clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -23,3 +23,4 @@ cmake --build build-asan -j"$jobs"
 export ASAN_OPTIONS=abort_on_error=0:detect_leaks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 run_suites build-asan
+tools/fuzz-replay.sh
