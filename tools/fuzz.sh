@@ -36,8 +36,14 @@ for target in "${targets[@]}"; do
     fi
     grep -E '^stat::number_of_executed_units|^#[0-9]+ +DONE' "$log" || true
     before=$(find "$corpus" -type f | wc -l)
-    "$binary" -merge=1 -close_fd_mask=1 "$corpus" "$found" >>"$log" 2>&1
+    # The named seeds always stay; inputs named by their hash stay only while they reach an edge
+    # nothing else reaches (hit counts ignored, so the committed corpus stays a handful).
+    kept=$(mktemp -d)
+    find "$corpus" -type f -regextype posix-extended ! -regex '.*/[0-9a-f]{40}' -exec cp {} "$kept" \;
+    "$binary" -merge=1 -use_counters=0 -close_fd_mask=1 "$kept" "$corpus" "$found" >>"$log" 2>&1
+    rm -rf "$corpus" "$found"
+    mv "$kept" "$corpus"
+    chmod 755 "$corpus"
     echo "$target: corpus $before -> $(find "$corpus" -type f | wc -l) inputs"
-    rm -rf "$found"
 done
 exit $status

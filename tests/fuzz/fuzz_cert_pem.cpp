@@ -44,8 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     // The name parser on its own: the input as the value of a subject common name, in every
     // string type a certificate may carry it as.
-    static constexpr int types[] = {V_ASN1_UTF8STRING, V_ASN1_PRINTABLESTRING, V_ASN1_IA5STRING,
-                                    V_ASN1_T61STRING, V_ASN1_BMPSTRING, V_ASN1_UNIVERSALSTRING};
+    static constexpr int types[] = {V_ASN1_UTF8STRING, V_ASN1_PRINTABLESTRING,
+                                    V_ASN1_IA5STRING,  V_ASN1_T61STRING,
+                                    V_ASN1_BMPSTRING,  V_ASN1_UNIVERSALSTRING};
     if (size < 1 || size > 512) {
         return 0;
     }
@@ -58,8 +59,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         (void)X509_NAME_add_entry_by_NID(name, NID_commonName, V_ASN1_UTF8STRING,
                                          reinterpret_cast<const unsigned char*>("first"), 5, -1, 0);
     }
-    if (X509_NAME_add_entry_by_NID(name, NID_commonName, type, data + 1,
-                                   static_cast<int>(size - 1), -1, 0) == 1) {
+    if (X509_NAME_add_entry_by_NID(name, NID_commonName, type, data + 1, static_cast<int>(size - 1),
+                                   -1, 0) == 1) {
         check_cert(made.get());
     }
     ERR_clear_error();

@@ -38,7 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         FUZZ_CHECK(row->min_args <= argc && argc <= row->max_args && row->handler != nullptr);
     } else if (argc > 1) {
         for (const CommandEntry& r : cmds) {
-            FUZZ_CHECK(std::strcmp(r.option, argv[1]) != 0 || argc < r.min_args || argc > r.max_args);
+            FUZZ_CHECK(std::strcmp(r.option, argv[1]) != 0 || argc < r.min_args ||
+                       argc > r.max_args);
         }
     }
 

@@ -11,9 +11,12 @@
 namespace {
 
 int digit(std::uint8_t c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
     return -1;
 }
 
@@ -53,7 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size >= 4) {
         std::uint8_t four[4];
         std::memcpy(four, data, 4);
-        const bool digits = std::all_of(data, data + 4, [](std::uint8_t c) { return c >= '0' && c <= '9'; });
+        const bool digits =
+            std::all_of(data, data + 4, [](std::uint8_t c) { return c >= '0' && c <= '9'; });
         FUZZ_CHECK(atobl(four) == (digits ? 1 : 0));
         if (digits) {
             std::uint32_t value;

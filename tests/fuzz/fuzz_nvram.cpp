@@ -3,8 +3,8 @@
 #include <cctype>
 #include <string>
 
-#include "fuzz_check.hpp"
 #include "certs/cert_restore.hpp"
+#include "fuzz_check.hpp"
 #include "keys/keys_init.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

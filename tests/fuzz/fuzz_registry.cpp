@@ -17,7 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t lost = data[2 * sapi::digest_size];
     const std::span<const std::uint8_t> file(data + 2 * sapi::digest_size + 1,
                                              size - 2 * sapi::digest_size - 1);
-    const std::span<const std::uint8_t> read = file.first(file.size() - std::min(lost, file.size()));
+    const std::span<const std::uint8_t> read =
+        file.first(file.size() - std::min(lost, file.size()));
 
     for (const RegistryKind kind : {RegistryKind::paired, RegistryKind::single}) {
         const RegistryOutcome whole = registry_scan(file, file.size(), kind, key, second);

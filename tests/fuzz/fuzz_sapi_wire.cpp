@@ -77,9 +77,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         check_encoding(*request);
     }
     if (size >= sapi::kbpk_file_size) {
-        const std::uint16_t flags = size >= 2 ? get_le16(std::span<const std::uint8_t, 2>(data, 2)) : 0;
+        const std::uint16_t flags =
+            size >= 2 ? get_le16(std::span<const std::uint8_t, 2>(data, 2)) : 0;
         const SapiRequest request = sapi_kbpk_install_file(
-            acquirer, flags, data[1] & 1, std::span<const std::uint8_t, sapi::kbpk_file_size>(data, sapi::kbpk_file_size));
+            acquirer, flags, data[1] & 1,
+            std::span<const std::uint8_t, sapi::kbpk_file_size>(data, sapi::kbpk_file_size));
         FUZZ_CHECK(request.payload.size() == sapi::kbpk_flags_size + sapi::kbpk_file_size);
         check_encoding(request);
     }

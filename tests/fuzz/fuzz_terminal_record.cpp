@@ -22,14 +22,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         ERR_clear_error();
         if (extract_rsa_key(record->key_block, key) == ST_OK) {
             FUZZ_CHECK(key.n && key.e);
-            FUZZ_CHECK(static_cast<std::size_t>(BN_num_bytes(key.n.get())) <= record->key_block.size());
+            FUZZ_CHECK(static_cast<std::size_t>(BN_num_bytes(key.n.get())) <=
+                       record->key_block.size());
         }
         ERR_clear_error();
 
         for (const std::size_t max_cn : {csr_max_cn, generate_max_cn}) {
             const std::string subject = x509_subject_text("", record->common_name, max_cn);
             FUZZ_CHECK(subject.size() < 256 && subject.find('\0') == std::string::npos);
-            FUZZ_CHECK(subject.starts_with(x509_subject_prefix.substr(0, std::min(subject.size(), x509_subject_prefix.size()))));
+            FUZZ_CHECK(subject.starts_with(x509_subject_prefix.substr(
+                0, std::min(subject.size(), x509_subject_prefix.size()))));
             for (const SubjectEntry& entry : x509_subject_parse(subject)) {
                 FUZZ_CHECK(!entry.field.empty());
             }
