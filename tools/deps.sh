@@ -4,7 +4,7 @@ set -euo pipefail
 packages=(g++ make cmake pkg-config libssl-dev openssl libgtest-dev python3 python3-pytest
           gcc libfuse3-dev fuse3 util-linux
           gnutls-bin python3-cryptography                       # interoperability tests
-          clang clang-tidy mandoc man-db                        # second compiler, checks
+          clang libclang-rt-14-dev clang-tidy mandoc man-db      # second compiler, fuzzing, checks
           debhelper dpkg-dev fakeroot lintian file              # the Debian package
           g++-arm-linux-gnueabihf qemu-user-static)             # the armhf cross build
 missing=()

@@ -108,3 +108,6 @@ export ASAN_OPTIONS=abort_on_error=0:detect_leaks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 unit_tests build-asan
 system_tests build-asan
+
+step "fuzz corpora replayed under AddressSanitizer and UBSan"
+tools/fuzz-replay.sh

@@ -1,0 +1,28 @@
+// Values read back from the nvram store, which outlives any installation: the certificates kept
+// there as hexadecimal text and the terminal key in either of its forms.
+#include <cctype>
+#include <string>
+
+#include "certs/cert_restore.hpp"
+#include "fuzz_check.hpp"
+#include "keys/keys_init.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string line(reinterpret_cast<const char*>(data), size);
+    if (const auto bytes = cert_from_nvram_line(line)) {
+        // The value is the line without its last character: exactly two digits per byte.
+        FUZZ_CHECK(size == 0 || size - 1 < 4096);
+        FUZZ_CHECK(bytes->size() * 2 == (size ? size - 1 : 0));
+        static constexpr char digits[] = "0123456789ABCDEF";
+        for (std::size_t i = 0; i < bytes->size(); ++i) {
+            const auto b = static_cast<std::uint8_t>((*bytes)[i]);
+            FUZZ_CHECK(std::toupper(data[2 * i]) == digits[b >> 4]);
+            FUZZ_CHECK(std::toupper(data[2 * i + 1]) == digits[b & 0x0F]);
+        }
+    }
+    const std::string_view value = fuzz_text(data, size);
+    if (terminal_key_is_tr31(value)) {
+        FUZZ_CHECK(value.starts_with("B") && value.substr(5, 7) == "K0RS00E");
+    }
+    return 0;
+}

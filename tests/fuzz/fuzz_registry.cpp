@@ -1,0 +1,41 @@
+// The key hash registry as read from disk: any length, any bytes, fewer bytes than its size said.
+#include <algorithm>
+#include <span>
+
+#include "fuzz_check.hpp"
+#include "keys/registry.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    // Two digests, one byte saying how many bytes the read lost, then the file.
+    if (size < 2 * sapi::digest_size + 1) {
+        return 0;
+    }
+    sapi::KeyDigest key{};
+    sapi::KeyDigest second{};
+    std::copy_n(data, key.size(), key.begin());
+    std::copy_n(data + key.size(), second.size(), second.begin());
+    const std::size_t lost = data[2 * sapi::digest_size];
+    const std::span<const std::uint8_t> file(data + 2 * sapi::digest_size + 1,
+                                             size - 2 * sapi::digest_size - 1);
+    const std::span<const std::uint8_t> read =
+        file.first(file.size() - std::min(lost, file.size()));
+
+    for (const RegistryKind kind : {RegistryKind::paired, RegistryKind::single}) {
+        const RegistryOutcome whole = registry_scan(file, file.size(), kind, key, second);
+        FUZZ_CHECK(whole != RegistryOutcome::read_failed);
+        const RegistryOutcome partial = registry_scan(read, file.size(), kind, key, second);
+        FUZZ_CHECK(partial == whole || partial == RegistryOutcome::read_failed);
+
+        // After appending its record, the key is known: a re-installation in the paired file.
+        std::vector<std::uint8_t> grown(file.begin(), file.end());
+        const std::vector<std::uint8_t> record = registry_record(kind, key, second);
+        FUZZ_CHECK(record.size() == registry_record_size(kind));
+        if (whole == RegistryOutcome::append && file.size() % record.size() == 0) {
+            grown.insert(grown.end(), record.begin(), record.end());
+            const RegistryOutcome again = registry_scan(grown, grown.size(), kind, key, second);
+            FUZZ_CHECK(again == (kind == RegistryKind::paired ? RegistryOutcome::reinstall
+                                                              : RegistryOutcome::duplicate));
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,89 @@
+// Device replies as the security device might return them, and requests built around caller bytes.
+#include <algorithm>
+#include <span>
+
+#include "fuzz_check.hpp"
+#include "keys/sapi_wire.hpp"
+
+namespace {
+
+// The header the device reads: command, acquirer, tag, reserved, then the payload length.
+void check_encoding(const SapiRequest& request) {
+    const std::vector<std::uint8_t> bytes = sapi_encode(request);
+    FUZZ_CHECK(bytes.size() == sapi::header_size + request.payload.size());
+    FUZZ_CHECK(bytes[0] == static_cast<std::uint8_t>(request.command));
+    FUZZ_CHECK(bytes[1] == sapi::tag && bytes[2] == request.acquirer);
+    FUZZ_CHECK(get_le32(std::span<const std::uint8_t, 4>(bytes.data() + 4, 4)) ==
+               request.payload.size());
+    FUZZ_CHECK(std::equal(request.payload.begin(), request.payload.end(),
+                          bytes.begin() + sapi::header_size));
+}
+
+bool same_bytes(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::span<const std::uint8_t> reply(data, size);
+
+    if (const auto kbpk = sapi_parse_kbpk_reply(reply)) {
+        FUZZ_CHECK(size == sapi::kbpk_reply_size);
+        FUZZ_CHECK(same_bytes(kbpk->key_digest, reply.first(32)));
+        FUZZ_CHECK(same_bytes(kbpk->second_digest, reply.subspan(32, 32)));
+        FUZZ_CHECK(same_bytes(kbpk->protected_kbpk, reply.subspan(64, 32)));
+    } else {
+        FUZZ_CHECK(size != sapi::kbpk_reply_size);
+    }
+
+    if (const auto key = sapi_parse_key_reply(reply)) {
+        FUZZ_CHECK(size >= key_reply_min && size <= sapi::block_size);
+        FUZZ_CHECK(same_bytes(key->key_digest, reply.first(32)));
+        FUZZ_CHECK(same_bytes(key->protected_key, reply.subspan(key_reply_min)));
+    } else {
+        FUZZ_CHECK(size < key_reply_min || size > sapi::block_size);
+    }
+
+    if (const auto terminal = sapi_parse_terminal_key_reply(reply)) {
+        FUZZ_CHECK(same_bytes(*terminal, reply.subspan(terminal_key_reply_min)));
+    } else {
+        FUZZ_CHECK(size < terminal_key_reply_min || size > sapi::block_size);
+    }
+
+    // A reply's count against the rule each sender uses.
+    const auto count = static_cast<ssize_t>(size) - 1;
+    const SapiReplyRule key_rule = sapi_reply_key(size / 2);
+    FUZZ_CHECK(sapi_reply_accepted(count, key_rule) ==
+               (count >= 1 && static_cast<std::size_t>(count) >= key_rule.min &&
+                static_cast<std::size_t>(count) <= sapi::block_size));
+    FUZZ_CHECK(sapi_reply_accepted(count, sapi_reply_kbpk) == (count == 96));
+
+    // Caller bytes travel in requests: the key block, the subject, the rate-limit state.
+    const std::uint8_t acquirer = size ? data[0] : 0;
+    if (const auto request = sapi_key_install(acquirer, reply)) {
+        FUZZ_CHECK(size <= sapi::key_block_max);
+        check_encoding(*request);
+    } else {
+        FUZZ_CHECK(size > sapi::key_block_max);
+    }
+    const std::size_t split = size ? data[0] : 0;
+    const std::string_view subject = fuzz_text(data, std::min(split, size));
+    if (const auto request = sapi_key_issuer_init(subject, reply.subspan(subject.size()))) {
+        FUZZ_CHECK(request->payload.at(0) == subject.size());
+        check_encoding(*request);
+    }
+    if (const auto request = sapi_rate_limit_init(reply)) {
+        check_encoding(*request);
+    }
+    if (size >= sapi::kbpk_file_size) {
+        const std::uint16_t flags =
+            size >= 2 ? get_le16(std::span<const std::uint8_t, 2>(data, 2)) : 0;
+        const SapiRequest request = sapi_kbpk_install_file(
+            acquirer, flags, data[1] & 1,
+            std::span<const std::uint8_t, sapi::kbpk_file_size>(data, sapi::kbpk_file_size));
+        FUZZ_CHECK(request.payload.size() == sapi::kbpk_flags_size + sapi::kbpk_file_size);
+        check_encoding(request);
+    }
+    return 0;
+}
