@@ -40,16 +40,12 @@ def test_missing_signature_keeps_the_data_file(installed):
     assert installed.usr_local_readonly()
 
 
-@pytest.mark.parametrize(
-    "path,status,message",
-    [
-        ("/usr/local/app/none", 1, b"Invalid file: /usr/local/app/none\n"),
-        ("/usr/local/app/out", 8, b"Invalid path: /etc/passwd\n"),
-        ("/etc/passwd", 8, b"Invalid path: /etc/passwd\n"),
-        ("/usr/local", 8, b"Invalid path: /usr/local\n"),
-        ("/tmp/in", 8, b"Invalid path: /tmp/in\n"),  # the entry named lies outside (D15)
-    ],
-)
+@pytest.mark.parametrize("path,status,message", [
+    ("/usr/local/app/none", 1, b"Invalid file: /usr/local/app/none\n"),
+    ("/usr/local/app/out", 8, b"Invalid path: /etc/passwd\n"),
+    ("/etc/passwd", 8, b"Invalid path: /etc/passwd\n"),
+    ("/usr/local", 8, b"Invalid path: /usr/local\n"),
+    ("/tmp/in", 8, b"Invalid path: /tmp/in\n")])  # the entry named lies outside (D15)
 def test_remove_outside_the_application_file_system_is_refused(installed, path, status, message):
     installed.symlink("/etc/passwd", "/usr/local/app/out")
     installed.symlink("/usr/local/app/roots", "/tmp/in")
@@ -77,15 +73,11 @@ def test_certificate_is_removed_or_renamed_alone(installed, args, out):
     assert installed.exists("/usr/local/share/certs/b.crt") == bool(args)
 
 
-@pytest.mark.parametrize(
-    "new,status,message",
-    [
-        ("/usr/local/app/../app/x", 8, b"Invalid destination path: /usr/local/app/../app/x\n"),
-        ("/usr/local/share/x", 8, b"Invalid destination path: /usr/local/share/x\n"),
-        ("/usr/local/app/theirs", 8, b"Invalid destination file: /usr/local/app/theirs\n"),
-        ("x", 9, b""),
-    ],
-)
+@pytest.mark.parametrize("new,status,message", [
+    ("/usr/local/app/../app/x", 8, b"Invalid destination path: /usr/local/app/../app/x\n"),
+    ("/usr/local/share/x", 8, b"Invalid destination path: /usr/local/share/x\n"),
+    ("/usr/local/app/theirs", 8, b"Invalid destination file: /usr/local/app/theirs\n"),
+    ("x", 9, b"")])
 def test_rename_stays_in_its_directory(installed, new, status, message):
     r = run_cmd(installed, ["--rename", "/usr/local/app/roots", new])
     assert (r.status, r.stdout) == (status, message)
