@@ -172,23 +172,22 @@ def test_common_name_is_text_in_every_string_type(term, pki, kind, cn, status, t
     assert term.exists(STORE + "offered.crt") == (status == 0) and term.exists(OFFERED)
 
 
-@pytest.mark.parametrize("command, kept", [("--install-cert-check", True), ("--install-cert", False)])
-@pytest.mark.parametrize("content", [b"", b"not a certificate\n"])
-def test_file_that_is_no_certificate_is_deleted_only_by_install(term, command, kept, content):
-    term.write(OFFERED, content, uid=1000, gid=1000)
-    r = term.run([command, OFFERED], uid=1000)
-    assert (r.status, r.stdout) == (3, BANNER)
-    assert term.exists(OFFERED) == kept
+LOCKED = "/tmp/locked/bad.crt"
 
 
-def test_rejected_file_the_caller_cannot_delete_stays(term):
+@pytest.mark.parametrize("command, path, kept, out", [
+    ("--install-cert-check", OFFERED, True, b""), ("--install-cert", OFFERED, False, b""),
     # D2: the caller's rights decide; the status is the same as after a deletion.
+    ("--install-cert", LOCKED, True, b"Failed to delete invalid certificate: /tmp/locked/bad.crt.\n")])
+@pytest.mark.parametrize("content", [b"", b"not a certificate\n"])
+def test_file_that_is_no_certificate_is_deleted_only_by_install(term, command, path, kept, out,
+                                                                content):
     term.mkdir("/tmp/locked", 0o755)
-    term.write("/tmp/locked/bad.crt", b"junk", mode=0o644)
-    r = term.run(["--install-cert", "/tmp/locked/bad.crt"], uid=1000)
-    assert (r.status, r.stdout) == (
-        3, BANNER + b"Failed to delete invalid certificate: /tmp/locked/bad.crt.\n")
-    assert term.exists("/tmp/locked/bad.crt")
+    owner = 0 if path == LOCKED else 1000
+    term.write(path, content, uid=owner, gid=owner)
+    r = term.run([command, path], uid=1000)
+    assert (r.status, r.stdout) == (3, BANNER + out)
+    assert term.exists(path) == kept
 
 
 def test_offered_file_is_read_with_the_callers_rights(term):
