@@ -1,5 +1,8 @@
 """Expected texts and small steps shared by the system tests."""
+import itertools
+import threading
 from collections import namedtuple
+from contextlib import contextmanager
 
 Outcome = namedtuple("Outcome", "status stdout")
 
@@ -68,3 +71,40 @@ def run_cmd(term, args, **kw):
     r = term.run(args, **kw)
     assert r.stdout.startswith(prefix), (prefix, r.stdout)
     return Outcome(r.status, r.stdout[len(prefix):])
+
+
+SAPI = "/home/orvin/.sapi/"
+KBPK_VALUE = bytes(range(256))
+
+
+def tr31(size=112, usage=b"K0", filler=b"X"):
+    """A TR-31 key block whose length field matches its size."""
+    head = b"B%04d" % size + usage + b"TB00E0000"
+    return head + filler * (size - len(head))
+
+
+def give_kbpk(term, acquirer, flag=None):
+    """An acquirer with a KBPK in the device and in its state file (and FLAG file if flag)."""
+    kbpk = term.sapi.set_kbpk(acquirer, KBPK_VALUE, 0x8000 if flag == "8000" else 0)
+    term.write(SAPI + f".KBPK{acquirer:04d}", kbpk.protected)
+    if flag is not None:
+        term.write(SAPI + f".FLAG{acquirer:04d}", flag)
+
+
+@contextmanager
+def racing(*steps):
+    """Runs the steps in turn, over and over, on another thread while the body runs."""
+    stop = threading.Event()
+
+    def loop():
+        for step in itertools.cycle(steps):
+            if stop.is_set():
+                return
+            step()
+    t = threading.Thread(target=loop)
+    t.start()
+    try:
+        yield
+    finally:
+        stop.set()
+        t.join()

@@ -10,27 +10,16 @@ import threading
 import pytest
 from orvin_sim import sapi as S
 
-from helpers import provision, run_cmd, signed_file
+from helpers import KBPK_VALUE, SAPI, give_kbpk, provision, run_cmd, signed_file, tr31
 
 CALLER = 500
-SAPI = "/home/orvin/.sapi/"
 LOG = "/home/orvin/.dukpt-ksn-log"
 DMESG = "/home/orvin/dmesg"
 RATE = SAPI + ".rate-limit"
 VICTIM = "/etc/victim"
 KBPK_FILE = "/tmp/kbpk.bin"
-VALUE = bytes(range(256))
 CERTS = "/usr/local/share/certs/"
 OPEN_FAILED = b"FATAL: Failed to open the Orvin Protected Key file.\n"
-
-
-def block(size=112):
-    head = b"B%04dK0TB00E0000" % size
-    return head + b"X" * (size - len(head))
-
-
-def give_kbpk(term, acquirer):
-    term.write(SAPI + f".KBPK{acquirer:04d}", term.sapi.set_kbpk(acquirer, VALUE).protected)
 
 
 # Each scenario readies a terminal for one honest command and names the state files it writes.
@@ -51,21 +40,21 @@ def rate_limit(term, pki):
 
 def kbpk_install(term, pki):
     provision(term, "acme")
-    signed_file(term, KBPK_FILE, "acme", data=VALUE)
+    signed_file(term, KBPK_FILE, "acme", data=KBPK_VALUE)
     return ["--install-kbpk", "4", KBPK_FILE], [SAPI + ".KBPK0004", SAPI + ".FLAG0004", SAPI + ".sha256"]
 
 
 def kbpk_update(term, pki):
     provision(term, "HSM-PCI-PIN")
     give_kbpk(term, 4)
-    signed_file(term, KBPK_FILE, "HSM-PCI-PIN", data=VALUE)
+    signed_file(term, KBPK_FILE, "HSM-PCI-PIN", data=KBPK_VALUE)
     return ["--update-kbpk-pci-pin", "4", KBPK_FILE], [SAPI + ".FLAG0004"]
 
 
 def key_install(term, pki):
     give_kbpk(term, 5)
     term.mkdir("/home/app")
-    term.write("/tmp/k1.tr31", block())
+    term.write("/tmp/k1.tr31", tr31())
     return ["--install-key", "5", "/tmp/k1.tr31", "/home/app/"], [SAPI + ".sha256"]
 
 
@@ -165,12 +154,14 @@ def kt(make_term):
 
 
 def caller_install(term, source, dest):
-    term.write(source, block(), uid=CALLER, gid=CALLER)
+    term.write(source, tr31(), uid=CALLER, gid=CALLER)
     return run_cmd(term, ["--install-key", "6", source, dest], uid=CALLER)
 
 
-@pytest.mark.parametrize("dest", ["/home/orvin/dmesg", "/home/orvin/.dukpt-ksn-log.temp",
-                                  "/home/orvin/new/", "/home/main-user/home/x.opk"])
+@pytest.mark.parametrize("dest", [
+    "/home/orvin/dmesg", "/home/orvin/.dukpt-ksn-log", "/home/orvin/.dukpt-ksn-log.temp",
+    "/home/orvin/new/", "/home/orvin/.sapi/", "/home/orvin/.sapi/.KBPK0009",
+    "/home/main-user/home/x.opk", "/home/main-user/home/.sapi/.rate-limit"])
 def test_caller_key_file_may_not_lie_in_the_program_home(kt, dest):
     kt.symlink("/home/orvin", "/home/main-user/home", uid=CALLER, gid=CALLER)
     assert caller_install(kt, "/tmp/k.tr31", dest) == (8, b"Invalid destination path: %s\n" % dest.encode())

@@ -1,11 +1,10 @@
 """Installing signed files: owners, modes, atomicity (D8) and exactly the verified bytes (D6)."""
 import os
 import stat
-import threading
 
 import pytest
 
-from helpers import provision, run_cmd, signed_file
+from helpers import provision, racing, run_cmd, signed_file
 
 
 @pytest.fixture
@@ -18,12 +17,10 @@ def install(term, src, dest, uid=0, **kw):
     return run_cmd(term, ["--install", src, dest], uid=uid, **kw)
 
 
-def mode_of(term, path):
-    return stat.S_IMODE(term.lstat(path).st_mode)
-
-
 def test_application_files_belong_to_root_and_the_application_group(signers):
-    signed_file(signers, "/tmp/app.bin", "main-user", mode=0o640, uid=500, gid=500)
+    # D17: whatever follows the signature in the caller's ".sig" never reaches /usr/local/.
+    signed_file(signers, "/tmp/app.bin", "main-user", mode=0o640, uid=500, gid=500, extra=b"\xff" * 4096)
+    sig = signers.read("/tmp/app.bin.sig")[:256]
     r = install(signers, "/tmp/app.bin", "/usr/local/main-user/lib/x/", uid=500)
     assert r.status == 0
     assert r.stdout == (
@@ -35,8 +32,9 @@ def test_application_files_belong_to_root_and_the_application_group(signers):
         st = signers.lstat(path)
         assert (st.st_uid, st.st_gid, stat.S_IMODE(st.st_mode)) == (0, 500, mode)
     for d in ["/usr/local/main-user", "/usr/local/main-user/lib", "/usr/local/main-user/lib/x"]:
-        assert mode_of(signers, d) == 0o555
+        assert stat.S_IMODE(signers.lstat(d).st_mode) == 0o555
     assert signers.read("/usr/local/main-user/lib/x/app.bin") == b"payload\n"
+    assert signers.read("/usr/local/main-user/lib/x/app.bin.sig") == sig
     assert signers.usr_local_readonly()
 
 
@@ -49,50 +47,28 @@ def test_data_mode_is_source_mode_with_0755_and_no_privilege_bits(signers, src_m
     assert (st.st_uid, st.st_gid, stat.S_IMODE(st.st_mode)) == (0, 0, installed)
 
 
-def test_empty_file_installs(signers):
+def test_empty_file_installs_once(signers):
     signed_file(signers, "/tmp/empty", "acme", data=b"")
     assert install(signers, "/tmp/empty", "/usr/local/share/").status == 0
     assert signers.read("/usr/local/share/empty") == b""
-
-
-def test_callers_umask_and_file_size_limit_do_not_shape_the_install(signers):
-    # D4: the run starts with umask 022 and raised limits whatever the caller set.
-    data = os.urandom(20000)
-    signed_file(signers, "/tmp/big", "acme", data=data)
-    r = install(signers, "/tmp/big", "/usr/local/acme/a/b/", umask=0o077,
-                rlimits={"FSIZE": (1000, 1 << 30)})
-    assert r.status == 0
-    assert signers.read("/usr/local/acme/a/b/big") == data
-    assert mode_of(signers, "/usr/local/acme/a") == 0o555
-
-
-def test_existing_destination_is_refused(signers):
-    signed_file(signers, "/tmp/app", "acme")
-    assert install(signers, "/tmp/app", "/usr/local/acme/").status == 0
-    r = install(signers, "/tmp/app", "/usr/local/acme/")
-    assert (r.status, r.stdout) == (4, b"Destination file already exists: /usr/local/acme/app\n")
+    assert install(signers, "/tmp/empty", "/usr/local/share/") == (
+        4, b"Destination file already exists: /usr/local/share/empty\n")
     assert signers.usr_local_readonly()
 
 
-def test_badly_signed_source_is_deleted(signers):
-    signed_file(signers, "/tmp/app", "acme")
-    signers.write("/tmp/app", b"changed\n")
-    r = install(signers, "/tmp/app", "/usr/local/acme/")
-    assert (r.status, r.stdout) == (7, b"Signature check failed.\n")
-    assert not signers.exists("/tmp/app") and not signers.exists("/tmp/app.sig")
-    assert not signers.exists("/usr/local/acme")
-
-
-def test_rejected_source_is_deleted_only_with_the_callers_rights(signers):
+@pytest.mark.parametrize("where,uid,kept,out", [
+    ("/tmp", 0, False, b""),
     # D2: the caller may not delete a root file in a root directory, so neither may the program.
-    signers.mkdir("/srv", 0o755)
-    signers.write("/srv/app", b"payload\n")
-    signers.write("/srv/app.sig", b"\1" * 256)
-    r = install(signers, "/srv/app", "/usr/local/acme/", uid=1000)
-    assert r.status == 7
-    assert r.stdout == (b"Signature check failed.\n"
-                                 b"Failed to delete invalid data/executable: /srv/app.\n")
-    assert signers.exists("/srv/app") and signers.exists("/srv/app.sig")
+    ("/srv", 1000, True, b"Failed to delete invalid data/executable: /srv/app.\n")])
+def test_badly_signed_source_is_deleted_with_the_callers_rights(signers, where, uid, kept, out):
+    if where == "/srv":
+        signers.mkdir(where, 0o755)
+    signed_file(signers, where + "/app", "acme")
+    signers.write(where + "/app", b"changed\n")
+    r = install(signers, where + "/app", "/usr/local/acme/", uid=uid)
+    assert r == (7, b"Signature check failed.\n" + out)
+    assert signers.exists(where + "/app") == kept == signers.exists(where + "/app.sig")
+    assert not signers.exists("/usr/local/acme")
 
 
 def test_source_swapped_during_install_never_installs_unverified_bytes(signers):
@@ -103,30 +79,17 @@ def test_source_swapped_during_install_never_installs_unverified_bytes(signers):
     signers.sign("/tmp/good", "acme")
     sig = signers.read("/tmp/good.sig")
     host_src = signers.path("/tmp/src")
-    stop = threading.Event()
 
-    def swapper():
-        flip = False
-        while not stop.is_set():
-            tmp = host_src + ".new"
-            with open(tmp, "wb") as f:
-                f.write(bad if flip else good)
-            os.rename(tmp, host_src)
-            flip = not flip
+    def put(data):
+        with open(host_src + ".new", "wb") as f:
+            f.write(data)
+        os.rename(host_src + ".new", host_src)
 
-    outcomes = set()
     for i in range(25):
         signers.write("/tmp/src", good)
         signers.write("/tmp/src.sig", sig)
-        t = threading.Thread(target=swapper)
-        t.start()
-        try:
+        with racing(lambda: put(bad), lambda: put(good)):
             r = install(signers, "/tmp/src", f"/usr/local/acme/n{i}")
-        finally:
-            stop.set()
-            t.join()
-            stop.clear()
-        outcomes.add(r.status)
         installed = f"/usr/local/acme/n{i}"
         if r.status == 0:
             assert signers.read(installed) == good
@@ -138,12 +101,3 @@ def test_source_swapped_during_install_never_installs_unverified_bytes(signers):
         names = set(os.listdir(acme_dir)) if os.path.isdir(acme_dir) else set()
         assert names <= {f"n{j}" for j in range(i + 1)} | {f"n{j}.sig" for j in range(i + 1)}
     assert signers.usr_local_readonly()
-
-
-def test_installed_signature_is_the_verified_256_bytes(signers):
-    # D17: whatever follows the signature in the caller's ".sig" never reaches /usr/local/.
-    signers.write("/tmp/app.bin", b"payload\n")
-    sig = signers.read(signers.sign("/tmp/app.bin", "acme", extra=b"\xff" * 4096))
-    r = install(signers, "/tmp/app.bin", "/usr/local/acme/")
-    assert r.status == 0
-    assert signers.read("/usr/local/acme/app.bin.sig") == sig[:256]

@@ -7,10 +7,8 @@ import os
 import pytest
 from orvin_sim import sapi as S
 
-from helpers import signed_file, usage
+from helpers import KBPK_VALUE, SAPI, Outcome, give_kbpk, signed_file, startup_output
 
-SAPI = "/home/orvin/.sapi/"
-VALUE = bytes(range(256))
 KBPK = "/tmp/kbpk.bin"
 ON, OFF = b"PCI PIN security enabled.\n", b"PCI PIN security disabled.\n"
 INSTALLED, REINSTALL = b"KBPK installed.\n", b"WARNING: Cryptographic key is being re-installed.\n"
@@ -30,9 +28,7 @@ def key_terminal(term, prod_sign=True):
     for role in (["prod-sign", "HSM-PCI-PIN", "acme", "keysign-main-user", "main-user"] if prod_sign
                  else ["rki-HSM-PCI-PIN", "rki-acme"]):
         term.install_cert(role)
-    out = term.run([]).stdout  # what every run prints before its command: banner, start-up check
-    assert out.endswith(usage())
-    term.head = out[:-len(usage())]
+    term.head = startup_output(term)
     return term
 
 
@@ -42,15 +38,10 @@ def kt(term):
 
 
 def run(term, command, acquirer, path=KBPK, uid=0):
-    return term.run([command, acquirer] + ([path] if command in FILE_COMMANDS else []), uid=uid)
-
-
-def give_kbpk(term, acquirer, flag=None):
-    """An acquirer with a KBPK in the device and in the state files (FLAG file if flag)."""
-    kbpk = term.sapi.set_kbpk(acquirer, VALUE, 0x8000 if flag == "8000" else 0)
-    term.write(SAPI + f".KBPK{acquirer:04d}", kbpk.protected)
-    if flag is not None:
-        term.write(SAPI + f".FLAG{acquirer:04d}", flag)
+    """The status and what the command printed after the start-up lines."""
+    r = term.run([command, acquirer] + ([path] if command in FILE_COMMANDS else []), uid=uid)
+    assert r.stdout.startswith(term.head), r.stdout
+    return Outcome(r.status, r.stdout[len(term.head):])
 
 
 def files(term, *names):
@@ -62,10 +53,9 @@ def files(term, *names):
     ("acme", True, b"\x00\x40"), ("HSM-PCI-PIN", True, b"\x00\xc0")])
 def test_install_sends_the_file_behind_flags_and_stores_the_reply(term, role, prod_sign, flags):
     kt = key_terminal(term, prod_sign)
-    signed_file(kt, KBPK, role, data=VALUE)
-    r = run(kt, "--install-kbpk", "12")
+    signed_file(kt, KBPK, role, data=KBPK_VALUE)
     pin = role.endswith("HSM-PCI-PIN")
-    assert (r.status, r.stdout) == (0, kt.head + (ON if pin else b"") + INSTALLED)
+    assert run(kt, "--install-kbpk", "12") == (0, (ON if pin else b"") + INSTALLED)
     (reply,) = kt.sapi.replies()
     events = kt.sapi.events(S.DEVICE)  # one open, on which the reply is read
     assert [(e.op, e.size, e.flags) for e in events] == [("open", 0, os.O_RDWR), ("write", 0, 0),
@@ -73,17 +63,17 @@ def test_install_sends_the_file_behind_flags_and_stores_the_reply(term, role, pr
     assert files(kt, ".KBPK0012", ".FLAG0012") == {".KBPK0012": reply[64:],
                                                    ".FLAG0012": b"8000" if pin else b"0000"}
     assert kt.exists(KBPK) and kt.exists(KBPK + ".sig")
-    req = b"\xb4\xd1\x0c\x00\x02\x01\x00\x00" + flags + VALUE
+    req = b"\xb4\xd1\x0c\x00\x02\x01\x00\x00" + flags + KBPK_VALUE
     assert kt.sapi.requests() == [req]
-    assert kt.read(SAPI + ".sha256") == hashlib.sha256(VALUE).digest() + hashlib.sha256(req).digest()
+    assert kt.read(SAPI + ".sha256") == hashlib.sha256(KBPK_VALUE).digest() + hashlib.sha256(req).digest()
 
 
 def test_application_user_checks_and_installs(kt):
-    signed_file(kt, KBPK, "acme", data=VALUE, mode=0o600, uid=500, gid=500)
-    r = run(kt, "--install-kbpk-check", "200", uid=500)
-    assert (r.status, r.stdout, kt.sapi.requests()) == (0, kt.head + b"KBPK can be installed.\n", [])
-    r = run(kt, "--install-kbpk", "200", uid=500)
-    assert (r.status, r.stdout, len(kt.sapi.requests())) == (0, kt.head + INSTALLED, 1)
+    signed_file(kt, KBPK, "acme", data=KBPK_VALUE, mode=0o600, uid=500, gid=500)
+    assert run(kt, "--install-kbpk-check", "200", uid=500) == (0, b"KBPK can be installed.\n")
+    assert kt.sapi.requests() == []
+    assert run(kt, "--install-kbpk", "200", uid=500) == (0, INSTALLED)
+    assert len(kt.sapi.requests()) == 1
     st = kt.lstat(SAPI + ".KBPK0200")
     assert (st.st_uid, st.st_size, st.st_mode & 0o777) == (0, 32, 0o644)
 
@@ -98,8 +88,7 @@ def test_remove_tells_the_device_then_deletes_the_files(kt, kbpk, flag, status, 
         kt.mkdir(SAPI + ".KBPK0007", 0o700)
     if flag == "dir":
         kt.mkdir(SAPI + ".FLAG0007", 0o700)
-    r = run(kt, "--remove-kbpk", "7")
-    assert (r.status, r.stdout) == (status, kt.head + message)
+    assert run(kt, "--remove-kbpk", "7") == (status, message)
     assert kt.sapi.requests() == [b"\xb3\xd1\x07\x00\x00\x00\x00\x00"]
     assert kt.sapi.replies() == [] and kt.sapi.kbpk(7) is None  # the device goes first
     assert kt.exists(SAPI + ".KBPK0007") == (kbpk == "dir")
@@ -111,18 +100,18 @@ def test_remove_tells_the_device_then_deletes_the_files(kt, kbpk, flag, status, 
 def test_verify_reads_the_flag_file(kt, flag, status):
     give_kbpk(kt, 7, flag)
     out = {0: b"KBPK has PCI PIN security enabled.\n", 14: b"KBPK has PCI PIN security disabled.\n", 9: b""}
-    r = run(kt, "--verify-kbpk-pci-pin", "7", uid=500)  # the program's own state, read as root
-    assert (r.status, r.stdout, kt.sapi.requests()) == (status, kt.head + out[status], [])
+    # The program's own state, read as root.
+    assert run(kt, "--verify-kbpk-pci-pin", "7", uid=500) == (status, out[status])
+    assert kt.sapi.requests() == []
 
 
 @pytest.mark.parametrize("role,flags,text,out", [("HSM-PCI-PIN", b"\x00\xc0", b"8000", ON),
                                                  ("acme", b"\x00\x40", b"0000", OFF)])
 def test_update_switches_pci_pin_security(kt, role, flags, text, out):
     give_kbpk(kt, 9, "8000" if text == b"0000" else "0000")
-    signed_file(kt, KBPK, role, data=VALUE, uid=500, gid=500)
-    r = run(kt, "--update-kbpk-pci-pin", "9", uid=500)
-    assert (r.status, r.stdout) == (0, kt.head + out + b"KBPK PCI PIN Security updated.\n")
-    assert kt.sapi.requests() == [S.request(S.KBPK_UPDATE_PCI_PIN, 9, flags + VALUE)]
+    signed_file(kt, KBPK, role, data=KBPK_VALUE, uid=500, gid=500)
+    assert run(kt, "--update-kbpk-pci-pin", "9", uid=500) == (0, out + b"KBPK PCI PIN Security updated.\n")
+    assert kt.sapi.requests() == [S.request(S.KBPK_UPDATE_PCI_PIN, 9, flags + KBPK_VALUE)]
     assert kt.sapi.replies() == [] and kt.read(SAPI + ".FLAG0009") == text
     assert kt.sapi.kbpk(9).pci_pin == (text == b"8000") and not kt.exists(SAPI + ".sha256")
 
@@ -135,18 +124,17 @@ def test_update_switches_pci_pin_security(kt, role, flags, text, out):
     ("--install-kbpk", lambda s: s.refuse_open(), OPEN),
     ("--update-kbpk-pci-pin", lambda s: s.fail_next_write(252), WRITE + b"0xFC.\n"),
     ("--update-kbpk-pci-pin", lambda s: s.refuse_open(), OPEN),
-    ("--update-kbpk-pci-pin", lambda s: s.set_kbpk(3, VALUE[::-1]), WRITE + b"0x05.\n"),  # another KBPK
+    ("--update-kbpk-pci-pin", lambda s: s.set_kbpk(3, KBPK_VALUE[::-1]), WRITE + b"0x05.\n"),  # another KBPK
     ("--remove-kbpk", lambda s: s.fail_next_write(252), NO_WRITE),
     ("--remove-kbpk", lambda s: s.refuse_open(), OPEN),
 ])
 def test_device_failures_end_with_9_and_change_no_file(kt, command, arm, message):
     if command != "--install-kbpk":
         give_kbpk(kt, 3, "0000")
-    signed_file(kt, KBPK, "HSM-PCI-PIN", data=VALUE)
+    signed_file(kt, KBPK, "HSM-PCI-PIN", data=KBPK_VALUE)
     before = files(kt, ".KBPK0003", ".FLAG0003", ".sha256")
     arm(kt.sapi)
-    r = run(kt, command, "3")
-    assert (r.status, r.stdout) == (9, kt.head + (ON if command in FILE_COMMANDS else b"") + message)
+    assert run(kt, command, "3") == (9, (ON if command in FILE_COMMANDS else b"") + message)
     assert files(kt, *before) == before and kt.exists(KBPK) and kt.exists(KBPK + ".sig")
 
 
@@ -155,20 +143,19 @@ def test_device_failures_end_with_9_and_change_no_file(kt, command, arm, message
 def test_kbpk_file_of_another_size_is_refused_and_kept(kt, command, shape):
     give_kbpk(kt, 3, "0000")
     if shape == "link":  # judged, and signed, by the link's own size
-        signed_file(kt, "/tmp/k256", "acme", data=VALUE)
+        signed_file(kt, "/tmp/k256", "acme", data=KBPK_VALUE)
         kt.symlink("/tmp/k256", KBPK)
-        kt.write(KBPK + ".sig", kt.pki.sign(VALUE[:len("/tmp/k256")], "acme"))
+        kt.write(KBPK + ".sig", kt.pki.sign(KBPK_VALUE[:len("/tmp/k256")], "acme"))
     else:
-        signed_file(kt, KBPK, "acme", data=(VALUE * 2)[:int(shape)])
-    r = run(kt, command, "3" if "update" in command else "4")
+        signed_file(kt, KBPK, "acme", data=(KBPK_VALUE * 2)[:int(shape)])
     off = OFF if "update" in command else b""
-    assert (r.status, r.stdout) == (11, kt.head + off + b"Invalid KBPK file.\n")
+    assert run(kt, command, "3" if "update" in command else "4") == (11, off + b"Invalid KBPK file.\n")
     assert kt.sapi.requests() == [] and kt.exists(KBPK) and kt.exists(KBPK + ".sig")
 
 
 OLD = hashlib.sha256(b"old").digest() * 2
-NEW = hashlib.sha256(VALUE).digest()
-NEW_PAIR = NEW + hashlib.sha256(S.request(S.KBPK_INSTALL, 4, b"\x00\x40" + VALUE)).digest()
+NEW = hashlib.sha256(KBPK_VALUE).digest()
+NEW_PAIR = NEW + hashlib.sha256(S.request(S.KBPK_INSTALL, 4, b"\x00\x40" + KBPK_VALUE)).digest()
 
 
 @pytest.mark.parametrize("name,before,status,message,after", [
@@ -183,9 +170,8 @@ NEW_PAIR = NEW + hashlib.sha256(S.request(S.KBPK_INSTALL, 4, b"\x00\x40" + VALUE
 ])
 def test_install_meets_the_registry_in_force(kt, name, before, status, message, after):
     kt.write(SAPI + name, before)
-    signed_file(kt, KBPK, "acme", data=VALUE)
-    r = run(kt, "--install-kbpk", "4")
-    assert (r.status, r.stdout) == (status, kt.head + message)
+    signed_file(kt, KBPK, "acme", data=KBPK_VALUE)
+    assert run(kt, "--install-kbpk", "4") == (status, message)
     assert kt.read(SAPI + name) == (before if after is None else after)
     assert kt.exists(SAPI + ".sha256") == (name == ".sha256")
     assert kt.exists(SAPI + ".KBPK0004") == (status == 0) == kt.exists(SAPI + ".FLAG0004")
@@ -193,12 +179,11 @@ def test_install_meets_the_registry_in_force(kt, name, before, status, message, 
 
 
 def test_removed_kbpk_comes_back_as_a_reinstall_and_elsewhere_as_a_duplicate(kt):
-    signed_file(kt, KBPK, "HSM-PCI-PIN", data=VALUE)
-    assert run(kt, "--install-kbpk", "5").stdout == kt.head + ON + INSTALLED
-    assert run(kt, "--install-kbpk", "6").stdout == kt.head + ON + DUPLICATE
+    signed_file(kt, KBPK, "HSM-PCI-PIN", data=KBPK_VALUE)
+    assert run(kt, "--install-kbpk", "5").stdout == ON + INSTALLED
+    assert run(kt, "--install-kbpk", "6").stdout == ON + DUPLICATE
     assert run(kt, "--remove-kbpk", "5").status == 0
-    r = run(kt, "--install-kbpk", "5")
-    assert (r.status, r.stdout) == (0, kt.head + ON + REINSTALL + INSTALLED)
+    assert run(kt, "--install-kbpk", "5") == (0, ON + REINSTALL + INSTALLED)
     assert len(kt.read(SAPI + ".sha256")) == 64 and kt.read(SAPI + ".FLAG0005") == b"8000"
 
 
@@ -208,50 +193,42 @@ def test_removed_kbpk_comes_back_as_a_reinstall_and_elsewhere_as_a_duplicate(kt)
 def test_presence_is_judged_before_the_signature(kt, command, present):
     if present:
         give_kbpk(kt, 8)
-    kt.write(KBPK, VALUE)  # and no signature at all
-    r = run(kt, command, "8")
-    assert (r.status, r.stdout, kt.sapi.requests()) == (10, kt.head, [])
-    assert kt.exists(KBPK)
+    kt.write(KBPK, KBPK_VALUE)  # and no signature at all
+    assert run(kt, command, "8") == (10, b"")
+    assert kt.sapi.requests() == [] and kt.exists(KBPK)
 
 
 @pytest.mark.parametrize("command,deleted", [("--install-kbpk-check", False), ("--install-kbpk", True),
                                              ("--update-kbpk-pci-pin", True)])
-@pytest.mark.parametrize("signer", ["main-user", "tampered", "unsigned"])
+@pytest.mark.parametrize("signer", ["main-user", "tampered", "unsigned", "undeletable"])
 def test_refused_signers(kt, command, deleted, signer):
     give_kbpk(kt, 9, "8000")
-    signed_file(kt, KBPK, "main-user" if signer == "main-user" else "acme", data=VALUE)
+    path, uid = (KBPK, 0) if signer != "undeletable" else ("/tmp/ro/k", 500)
+    if signer == "undeletable":  # D2: the deletion is the caller's; its refusal changes no status
+        kt.mkdir("/tmp/ro", 0o755)
+    signed_file(kt, path, "acme" if signer in ("tampered", "unsigned") else "main-user",
+                data=KBPK_VALUE, uid=uid, gid=uid)
     if signer == "tampered":
-        kt.write(KBPK, VALUE[::-1])
+        kt.write(KBPK, KBPK_VALUE[::-1])
     elif signer == "unsigned":
         kt.remove(KBPK + ".sig")
-    r = run(kt, command, "9" if "update" in command else "2")
-    message = {"main-user": b"Invalid signature: main-user.\n" + (OFF if "update" in command else b""),
+    off = OFF if "update" in command else b""
+    message = {"main-user": b"Invalid signature: main-user.\n" + off,
+               "undeletable": b"Invalid signature: main-user.\n" + off + (
+                   b"Failed to delete invalid data/executable: /tmp/ro/k.\n" if deleted else b""),
                "tampered": b"Signature check failed.\n",
                "unsigned": b"Cannot access signature file: /tmp/kbpk.bin.sig\n"
                + (b"Failed to delete invalid signature: /tmp/kbpk.bin.sig.\n" if deleted else b"")}[signer]
-    assert (r.status, r.stdout) == (7, kt.head + message)
-    assert kt.exists(KBPK) != deleted and kt.exists(KBPK + ".sig") == (signer != "unsigned" and not deleted)
+    assert run(kt, command, "9" if "update" in command else "2", path=path, uid=uid) == (7, message)
+    kept = not deleted or signer == "undeletable"
+    assert kt.exists(path) == kept and kt.exists(path + ".sig") == (signer != "unsigned" and kept)
     assert kt.sapi.requests() == []
     assert files(kt, ".FLAG0009", ".KBPK0002") == {".FLAG0009": b"8000", ".KBPK0002": None}
 
 
-@pytest.mark.parametrize("command", ["--install-kbpk", "--update-kbpk-pci-pin"])
-def test_rejected_file_the_caller_cannot_delete_stays(kt, command):
-    # D2: the deletion is the caller's; its refusal is reported and changes no status.
-    give_kbpk(kt, 9)
-    kt.mkdir("/tmp/ro", 0o755)
-    signed_file(kt, "/tmp/ro/k", "main-user", data=VALUE, uid=500, gid=500)
-    r = run(kt, command, "9" if "update" in command else "2", path="/tmp/ro/k", uid=500)
-    assert (r.status, r.stdout) == (7, kt.head + b"Invalid signature: main-user.\n"
-                                    + (OFF if "update" in command else b"")
-                                    + b"Failed to delete invalid data/executable: /tmp/ro/k.\n")
-    assert kt.exists("/tmp/ro/k") and kt.exists("/tmp/ro/k.sig")
-
-
 def test_flag_file_that_cannot_be_written_leaves_the_state_file(kt):
     kt.mkdir(SAPI + ".FLAG0005", 0o700)
-    signed_file(kt, KBPK, "HSM-PCI-PIN", data=VALUE)
-    r = run(kt, "--install-kbpk", "5")
-    assert (r.status, r.stdout) == (9, kt.head + ON)
+    signed_file(kt, KBPK, "HSM-PCI-PIN", data=KBPK_VALUE)
+    assert run(kt, "--install-kbpk", "5") == (9, ON)
     assert kt.read(SAPI + ".KBPK0005") == kt.sapi.kbpk(5).protected
     assert run(kt, "--install-kbpk", "5").status == 10

