@@ -1,6 +1,6 @@
 """Writes the seed corpus of every fuzz target from the simulated terminal's own records and test PKI.
 
-Run from the top of the tree: python3 tests/fuzz/make_seeds.py [PKI cache dir]. Seeds are small and
+Run from the top of the tree: python3 tools/fuzz-seeds.py [PKI cache dir]. Seeds are small and
 committed; this only remakes them.
 """
 import hashlib
@@ -8,11 +8,11 @@ import os
 import struct
 import sys
 
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", ".."))
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "sim"))
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), ".."))
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "sim"))
 from orvin_sim.pki import PKI  # noqa: E402
 
-CORPUS = os.path.join(os.path.dirname(__file__), "corpus")
+CORPUS = os.path.join(os.path.dirname(__file__), "..", "tests", "fuzz", "corpus")
 
 
 def key_block(bits, exponent=b"\x01\x00\x01"):
