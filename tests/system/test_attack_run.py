@@ -235,7 +235,8 @@ def test_image_swapped_for_another_size_is_never_flashed(acme):
         with racing(lambda: point_at("/tmp/a"), lambda: time.sleep(0.003),
                     lambda: point_at("/tmp/b"), lambda: time.sleep(0.003)):
             r = acme.run(["--install-image", "/tmp/d/img"], uid=500)
-        assert r.status in (0, 1, 7), r.stdout
+        # 9: the file opened was shorter than the one whose size was taken a moment before.
+        assert r.status in (0, 1, 7, 9), r.stdout
         if r.status == 0:
             assert acme.read("/var/sim/nand/mtd4") == right
         else:
