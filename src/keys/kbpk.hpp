@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "base/status.hpp"
-#include "keys/sapi_wire.hpp"
+#include "device/sapi_wire.hpp"
 
 // "/home/orvin/.sapi/.KBPK0007": the protected KBPK the device handed back, 32 bytes.
 [[nodiscard]] std::string kbpk_state_path(int id);

@@ -15,17 +15,17 @@
 #include <vector>
 
 #include "base/caller.hpp"
-#include "base/path_rules.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
 #include "base/owners.hpp"
+#include "base/path_rules.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
+#include "device/sapi.hpp"
 #include "keys/acquirer.hpp"
 #include "keys/handlers.hpp"
 #include "keys/kbpk.hpp"
 #include "keys/registry.hpp"
-#include "keys/sapi.hpp"
 #include "keys/tr31.hpp"
 
 namespace {

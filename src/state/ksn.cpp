@@ -11,10 +11,10 @@
 
 #include "base/caller.hpp"
 #include "base/fd.hpp"
+#include "base/hex.hpp"
 #include "base/io.hpp"
 #include "base/paths.hpp"
-#include "base/hex.hpp"
-#include "keys/sapi.hpp"
+#include "device/sapi.hpp"
 #include "state/handlers.hpp"
 #include "system/state_file.hpp"
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "base/caller.hpp"
-#include "keys/sapi.hpp"
+#include "device/sapi.hpp"
 #include "system/tools.hpp"
 #include "x509/handlers.hpp"
 #include "x509/rsa_keys.hpp"

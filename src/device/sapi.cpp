@@ -1,5 +1,5 @@
 // The one exchange with the Security API device, and the one proc read and proc write.
-#include "keys/sapi.hpp"
+#include "device/sapi.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // The Security API device's wire format: request records, KBPK flags and the shape of replies.
-#include "keys/sapi_wire.hpp"
+#include "device/sapi_wire.hpp"
 
 #include <algorithm>
 #include <cstdint>

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "base/status.hpp"
-#include "keys/sapi_wire.hpp"
+#include "device/sapi_wire.hpp"
 
 // The status of an exchange, and the reply bytes when the rule asked for some.
 struct SapiResult {
