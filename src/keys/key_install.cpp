@@ -139,7 +139,6 @@ ExitStatus key_block_read(const char* source, struct stat& st, std::vector<std::
     return ST_OK;
 }
 
-
 // Every component entered from "/" without following a link, so the directory held is the one
 // the text names.
 UniqueFd dir_open_nofollow(const std::string& path) {
@@ -233,11 +232,12 @@ ExitStatus opk_file_write(int dir, const KeyPlace& place, const std::string& tar
 }
 
 // The caller rule, the acquirer ID rule and the acquirer's KBPK; nothing is deleted before these.
-ExitStatus key_command_start(const char* id_text, int& id) {
-    if (ExitStatus st = acquirer_command_start(id_text, id); st != ST_OK) {
-        return st;
+Result<int> key_command_start(const char* id_text) {
+    Result<int> id = acquirer_command_start(id_text);
+    if (id.ok() && !kbpk_exists(*id)) {
+        return ST_KBPK_PRESENCE;
     }
-    return kbpk_exists(id) ? ST_OK : ST_KBPK_PRESENCE;
+    return id;
 }
 
 ExitStatus key_install_checks(const char* source, const char* dest) {
@@ -297,12 +297,12 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     if (ExitStatus s = key_block_read(source, st, block); s != ST_OK) {
         return s;
     }
-    SapiResult r =
+    SapiReply r =
         sapi_key_install_exchange(static_cast<std::uint8_t>(id), block, KeyInstallSender::key_file);
     if (!r.ok()) {
-        return r.status;
+        return r.status();
     }
-    const std::optional<KeyReply> reply = sapi_parse_key_reply(r.reply);
+    const std::optional<KeyReply> reply = sapi_parse_key_reply(*r);
     if (!reply) {
         return ST_FAILURE;
     }
@@ -318,9 +318,8 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
 }
 
 int cmd_key_install_check(int /*argc*/, char** argv) {
-    int id = 0;
-    if (ExitStatus st = key_command_start(argv[2], id); st != ST_OK) {
-        return st;
+    if (const Result<int> started = key_command_start(argv[2]); !started.ok()) {
+        return started.status();
     }
     if (ExitStatus st = key_install_checks(argv[3], argv[4]); st != ST_OK) {
         return st;
@@ -330,10 +329,11 @@ int cmd_key_install_check(int /*argc*/, char** argv) {
 }
 
 int cmd_key_install(int /*argc*/, char** argv) {
-    int id = 0;
-    if (ExitStatus st = key_command_start(argv[2], id); st != ST_OK) {
-        return st;
+    const Result<int> started = key_command_start(argv[2]);
+    if (!started.ok()) {
+        return started.status();
     }
+    const int id = *started;
     ExitStatus st = key_install_checks(argv[3], argv[4]);
     if (st == ST_OK) {
         st = key_install_file(id, argv[3], argv[4]);
