@@ -19,6 +19,7 @@
 #include "base/io.hpp"
 #include "base/owners.hpp"
 #include "base/path_rules.hpp"
+#include "base/path_split.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
 #include "device/sapi.hpp"
@@ -50,35 +51,12 @@ struct KeyPlace {
     std::string real;
 };
 
-std::vector<std::string> components(const std::string& path) {
-    std::vector<std::string> out;
-    std::size_t start = 0;
-    while (start <= path.size()) {
-        std::size_t end = path.find('/', start);
-        if (end == std::string::npos) {
-            end = path.size();
-        }
-        if (end > start) {
-            out.push_back(path.substr(start, end - start));
-        }
-        start = end + 1;
-    }
-    return out;
-}
-
 std::optional<KeyPlace> key_place(const std::string& target) {
-    KeyPlace place{target, {}, {}, {}};
-    std::string rest;
-    struct stat st {};
-    do {
-        const std::size_t cut = place.ancestor.rfind('/');
-        if (cut == std::string::npos) {
-            return std::nullopt;
-        }
-        rest = place.ancestor.substr(cut + 1) + (rest.empty() ? "" : "/" + rest);
-        place.ancestor.resize(cut);
-    } while (::lstat(place.ancestor.c_str(), &st) != 0);
-    place.missing = components(rest);
+    std::optional<PathSplit> split = path_split_existing(target);
+    if (!split) {
+        return std::nullopt;
+    }
+    KeyPlace place{std::move(split->existing), std::move(split->rest), {}, {}};
     if (!place.missing.empty()) {
         place.name = place.missing.back();
         place.missing.pop_back();
@@ -143,7 +121,7 @@ ExitStatus key_block_read(const char* source, struct stat& st, std::vector<std::
 // the text names.
 UniqueFd dir_open_nofollow(const std::string& path) {
     UniqueFd dir(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (const std::string& c : components(path)) {
+    for (const std::string& c : path_components(path)) {
         if (!dir) {
             break;
         }
@@ -255,7 +233,7 @@ std::string key_install_target(const std::string& source, const std::string& des
 
 ExitStatus key_install_verify(const char* source, const char* dest) {
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
+    if (!path_has_directory(d)) {
         return ST_BAD_PATH;
     }
     if (!starts_with(d, paths::home_prefix)) {
@@ -278,7 +256,7 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
 
 ExitStatus key_install_file(int id, const char* source, const char* dest) {
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
+    if (!path_has_directory(d)) {
         return ST_BAD_PATH;
     }
     const std::string target = key_install_target(source, d);
