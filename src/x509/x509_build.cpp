@@ -152,10 +152,7 @@ bool rsa_cert_x509_add_ext(X509* issuer, X509* cert, int nid, const char* text) 
     X509V3_CTX ctx{};
     X509V3_set_ctx(&ctx, issuer, cert, nullptr, nullptr, 0);
     X509ExtensionPtr ext(X509V3_EXT_nconf_nid(nullptr, &ctx, nid, text));
-    if (!ext || X509_add_ext(cert, ext.get(), -1) != 1) {
-        return false;
-    }
-    return true;
+    return ext && X509_add_ext(cert, ext.get(), -1) == 1;
 }
 
 std::size_t x509_csr(std::span<std::uint8_t> out, const RsaNumbers& terminal,
