@@ -28,7 +28,7 @@ std::optional<int> acquirer_id(const char* text) {
     return acquirer_id_parse(text, caller().uid);
 }
 
-ExitStatus acquirer_command_start(const char* id_text, int& id) {
+Result<int> acquirer_command_start(const char* id_text) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
@@ -36,6 +36,5 @@ ExitStatus acquirer_command_start(const char* id_text, int& id) {
     if (!parsed) {
         return ST_BAD_ARGUMENT;
     }
-    id = *parsed;
-    return ST_OK;
+    return *parsed;
 }

@@ -5,6 +5,7 @@
 
 #include <optional>
 
+#include "base/result.hpp"
 #include "base/status.hpp"
 
 inline constexpr int acquirer_max = 255;
@@ -18,5 +19,5 @@ inline constexpr int acquirer_max = 255;
 [[nodiscard]] std::optional<int> acquirer_id(const char* text);
 
 // The start of every KBPK and key command: the caller rule ("Access denied.", 6), then the
-// acquirer ID rule (1, no message).
-[[nodiscard]] ExitStatus acquirer_command_start(const char* id_text, int& id);
+// acquirer ID rule (1, no message). The ID when both pass.
+[[nodiscard]] Result<int> acquirer_command_start(const char* id_text);

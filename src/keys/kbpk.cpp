@@ -15,8 +15,8 @@
 #include "base/io.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
+#include "device/sapi.hpp"
 #include "keys/registry.hpp"
-#include "keys/sapi.hpp"
 #include "keys/tr31.hpp"
 #include "system/state_file.hpp"
 #include "verify/signature.hpp"
@@ -124,12 +124,12 @@ std::optional<std::uint16_t> kbpk_signer_flags(std::string_view role) {
     return role == "HSM-PCI-PIN" ? sapi::flag_pci_pin : std::uint16_t{0};
 }
 
-int kbpk_exists(int id) {
-    return state_file_exists(kbpk_state_path(id)) ? 1 : 0;
+bool kbpk_exists(int id) {
+    return state_file_exists(kbpk_state_path(id));
 }
 
-int kbpk_flag_exists(int id) {
-    return state_file_exists(kbpk_flag_path(id)) ? 1 : 0;
+bool kbpk_flag_exists(int id) {
+    return state_file_exists(kbpk_flag_path(id));
 }
 
 ExitStatus kbpk_flags_read(int id, std::uint16_t& flags) {
@@ -149,12 +149,12 @@ ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
         return st;
     }
     const auto acquirer = static_cast<std::uint8_t>(id);
-    SapiResult r = sapi_exchange(sapi_kbpk_install_file(acquirer, flags, orvin_rki_ca, bytes),
-                                 sapi_reply_kbpk);
+    SapiReply r = sapi_exchange(sapi_kbpk_install_file(acquirer, flags, orvin_rki_ca, bytes),
+                                sapi_reply_kbpk);
     if (!r.ok()) {
-        return r.status;
+        return r.status();
     }
-    std::optional<KbpkReply> reply = sapi_parse_kbpk_reply(r.reply);
+    std::optional<KbpkReply> reply = sapi_parse_kbpk_reply(*r);
     if (!reply) {
         return ST_FAILURE;
     }
@@ -174,10 +174,10 @@ ExitStatus kbpk_update_pci_pin_file(int id, std::uint16_t flags, const char* pat
         return st;
     }
     const auto acquirer = static_cast<std::uint8_t>(id);
-    SapiResult r = sapi_exchange(sapi_kbpk_update_pci_pin(acquirer, flags, orvin_rki_ca, bytes),
-                                 sapi_reply_none);
+    SapiReply r = sapi_exchange(sapi_kbpk_update_pci_pin(acquirer, flags, orvin_rki_ca, bytes),
+                                sapi_reply_none);
     if (!r.ok()) {
-        return r.status;
+        return r.status();
     }
     return flag_file_write(id, flags);
 }
@@ -187,13 +187,13 @@ ExitStatus kbpk_install(int id, std::uint16_t flags,
     const auto acquirer = static_cast<std::uint8_t>(id);
     return sapi_exchange(sapi_kbpk_install_protected(acquirer, flags, orvin_rki_ca, kbpk),
                          sapi_reply_none)
-        .status;
+        .status();
 }
 
 ExitStatus kbpk_remove(int id) {
-    SapiResult r = sapi_exchange(sapi_kbpk_remove(static_cast<std::uint8_t>(id)), sapi_reply_none);
+    SapiReply r = sapi_exchange(sapi_kbpk_remove(static_cast<std::uint8_t>(id)), sapi_reply_none);
     if (!r.ok()) {
-        return r.status;
+        return r.status();
     }
     if (::unlink(kbpk_state_path(id).c_str()) != 0) {
         std::printf("Failed to delete KBPK%04d.\n", id);

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "base/status.hpp"
-#include "keys/sapi_wire.hpp"
+#include "device/sapi_wire.hpp"
 
 // "/home/orvin/.sapi/.KBPK0007": the protected KBPK the device handed back, 32 bytes.
 [[nodiscard]] std::string kbpk_state_path(int id);
@@ -25,11 +25,11 @@
 // "main-user" may not sign one (nullopt), every other role switches it off.
 [[nodiscard]] std::optional<std::uint16_t> kbpk_signer_flags(std::string_view role);
 
-// 1 when the acquirer's state file exists (judged with root rights, D3), else 0.
-[[nodiscard]] int kbpk_exists(int id);
+// Whether the acquirer's state file exists (judged with root rights, D3).
+[[nodiscard]] bool kbpk_exists(int id);
 
-// 1 when the acquirer's FLAG file exists (root rights), else 0.
-[[nodiscard]] int kbpk_flag_exists(int id);
+// Whether the acquirer's FLAG file exists (root rights).
+[[nodiscard]] bool kbpk_flag_exists(int id);
 
 // Reads the acquirer's FLAG file; 9 without a message when it cannot be opened or holds fewer
 // than four bytes. Callers test its existence first: a missing file means flags 0.

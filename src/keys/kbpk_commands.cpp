@@ -12,17 +12,13 @@
 
 namespace {
 
-// A rejected KBPK file goes with its signature, as far as the caller could delete them (D2);
-// a refused deletion has printed its line and changes no status.
-void kbpk_file_reject(const char* path) {
-    (void)file_sig_unlink(path);
-}
-
-// The signer of a file an installing command was given; a bad signature deletes the file.
+// The signer of a file an installing command was given; a bad signature deletes the file with its
+// signature, as far as the caller could delete them (D2). A refused deletion has printed its line
+// and changes no status.
 SignerResult kbpk_file_signer(const char* path) {
     SignerResult signer = file_verify(path);
     if (signer.status == ST_BAD_SIGNATURE) {
-        kbpk_file_reject(path);
+        (void)file_sig_unlink(path);
     }
     return signer;
 }
@@ -36,7 +32,7 @@ ExitStatus kbpk_file_send(const char* path, int id, std::uint16_t flags,
     }
     ExitStatus st = send(id, flags, path);
     if (st == ST_BAD_SIGNATURE) {
-        kbpk_file_reject(path);
+        (void)file_sig_unlink(path);
     }
     return st;
 }
@@ -48,10 +44,11 @@ void print_invalid_signer(const std::string& role) {
 }  // namespace
 
 int cmd_kbpk_install_check(int /*argc*/, char** argv) {
-    int id = 0;
-    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
-        return st;
+    const Result<int> started = acquirer_command_start(argv[2]);
+    if (!started.ok()) {
+        return started.status();
     }
+    const int id = *started;
     if (kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
@@ -71,10 +68,11 @@ int cmd_kbpk_install_check(int /*argc*/, char** argv) {
 }
 
 int cmd_kbpk_install(int /*argc*/, char** argv) {
-    int id = 0;
-    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
-        return st;
+    const Result<int> started = acquirer_command_start(argv[2]);
+    if (!started.ok()) {
+        return started.status();
     }
+    const int id = *started;
     if (kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
@@ -85,7 +83,7 @@ int cmd_kbpk_install(int /*argc*/, char** argv) {
     std::optional<std::uint16_t> flags = kbpk_signer_flags(signer.cn);
     if (!flags) {
         print_invalid_signer(signer.cn);
-        kbpk_file_reject(argv[3]);
+        (void)file_sig_unlink(argv[3]);
         return ST_BAD_SIGNATURE;
     }
     if (*flags & sapi::flag_pci_pin) {
@@ -99,10 +97,11 @@ int cmd_kbpk_install(int /*argc*/, char** argv) {
 }
 
 int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
-    int id = 0;
-    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
-        return st;
+    const Result<int> started = acquirer_command_start(argv[2]);
+    if (!started.ok()) {
+        return started.status();
     }
+    const int id = *started;
     if (!kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
@@ -118,7 +117,7 @@ int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
     std::puts(flags && (*flags & sapi::flag_pci_pin) ? "PCI PIN security enabled."
                                                      : "PCI PIN security disabled.");
     if (!flags) {
-        kbpk_file_reject(argv[3]);
+        (void)file_sig_unlink(argv[3]);
         return ST_BAD_SIGNATURE;
     }
     if (ExitStatus st = kbpk_file_send(argv[3], id, *flags, kbpk_update_pci_pin_file);
@@ -130,10 +129,11 @@ int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
 }
 
 int cmd_kbpk_remove(int /*argc*/, char** argv) {
-    int id = 0;
-    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
-        return st;
+    const Result<int> started = acquirer_command_start(argv[2]);
+    if (!started.ok()) {
+        return started.status();
     }
+    const int id = *started;
     if (!kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
@@ -145,10 +145,11 @@ int cmd_kbpk_remove(int /*argc*/, char** argv) {
 }
 
 int cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
-    int id = 0;
-    if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
-        return st;
+    const Result<int> started = acquirer_command_start(argv[2]);
+    if (!started.ok()) {
+        return started.status();
     }
+    const int id = *started;
     if (!kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }

@@ -15,17 +15,18 @@
 #include <vector>
 
 #include "base/caller.hpp"
-#include "base/path_rules.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
 #include "base/owners.hpp"
+#include "base/path_rules.hpp"
+#include "base/path_split.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
+#include "device/sapi.hpp"
 #include "keys/acquirer.hpp"
 #include "keys/handlers.hpp"
 #include "keys/kbpk.hpp"
 #include "keys/registry.hpp"
-#include "keys/sapi.hpp"
 #include "keys/tr31.hpp"
 
 namespace {
@@ -50,35 +51,12 @@ struct KeyPlace {
     std::string real;
 };
 
-std::vector<std::string> components(const std::string& path) {
-    std::vector<std::string> out;
-    std::size_t start = 0;
-    while (start <= path.size()) {
-        std::size_t end = path.find('/', start);
-        if (end == std::string::npos) {
-            end = path.size();
-        }
-        if (end > start) {
-            out.push_back(path.substr(start, end - start));
-        }
-        start = end + 1;
-    }
-    return out;
-}
-
 std::optional<KeyPlace> key_place(const std::string& target) {
-    KeyPlace place{target, {}, {}, {}};
-    std::string rest;
-    struct stat st {};
-    do {
-        const std::size_t cut = place.ancestor.rfind('/');
-        if (cut == std::string::npos) {
-            return std::nullopt;
-        }
-        rest = place.ancestor.substr(cut + 1) + (rest.empty() ? "" : "/" + rest);
-        place.ancestor.resize(cut);
-    } while (::lstat(place.ancestor.c_str(), &st) != 0);
-    place.missing = components(rest);
+    std::optional<PathSplit> split = path_split_existing(target);
+    if (!split) {
+        return std::nullopt;
+    }
+    KeyPlace place{std::move(split->existing), std::move(split->rest), {}, {}};
     if (!place.missing.empty()) {
         place.name = place.missing.back();
         place.missing.pop_back();
@@ -139,12 +117,11 @@ ExitStatus key_block_read(const char* source, struct stat& st, std::vector<std::
     return ST_OK;
 }
 
-
 // Every component entered from "/" without following a link, so the directory held is the one
 // the text names.
 UniqueFd dir_open_nofollow(const std::string& path) {
     UniqueFd dir(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (const std::string& c : components(path)) {
+    for (const std::string& c : path_components(path)) {
         if (!dir) {
             break;
         }
@@ -233,11 +210,12 @@ ExitStatus opk_file_write(int dir, const KeyPlace& place, const std::string& tar
 }
 
 // The caller rule, the acquirer ID rule and the acquirer's KBPK; nothing is deleted before these.
-ExitStatus key_command_start(const char* id_text, int& id) {
-    if (ExitStatus st = acquirer_command_start(id_text, id); st != ST_OK) {
-        return st;
+Result<int> key_command_start(const char* id_text) {
+    Result<int> id = acquirer_command_start(id_text);
+    if (id.ok() && !kbpk_exists(*id)) {
+        return ST_KBPK_PRESENCE;
     }
-    return kbpk_exists(id) ? ST_OK : ST_KBPK_PRESENCE;
+    return id;
 }
 
 ExitStatus key_install_checks(const char* source, const char* dest) {
@@ -255,7 +233,7 @@ std::string key_install_target(const std::string& source, const std::string& des
 
 ExitStatus key_install_verify(const char* source, const char* dest) {
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
+    if (!path_has_directory(d)) {
         return ST_BAD_PATH;
     }
     if (!starts_with(d, paths::home_prefix)) {
@@ -278,7 +256,7 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
 
 ExitStatus key_install_file(int id, const char* source, const char* dest) {
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
+    if (!path_has_directory(d)) {
         return ST_BAD_PATH;
     }
     const std::string target = key_install_target(source, d);
@@ -297,12 +275,12 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     if (ExitStatus s = key_block_read(source, st, block); s != ST_OK) {
         return s;
     }
-    SapiResult r =
+    SapiReply r =
         sapi_key_install_exchange(static_cast<std::uint8_t>(id), block, KeyInstallSender::key_file);
     if (!r.ok()) {
-        return r.status;
+        return r.status();
     }
-    const std::optional<KeyReply> reply = sapi_parse_key_reply(r.reply);
+    const std::optional<KeyReply> reply = sapi_parse_key_reply(*r);
     if (!reply) {
         return ST_FAILURE;
     }
@@ -318,9 +296,8 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
 }
 
 int cmd_key_install_check(int /*argc*/, char** argv) {
-    int id = 0;
-    if (ExitStatus st = key_command_start(argv[2], id); st != ST_OK) {
-        return st;
+    if (const Result<int> started = key_command_start(argv[2]); !started.ok()) {
+        return started.status();
     }
     if (ExitStatus st = key_install_checks(argv[3], argv[4]); st != ST_OK) {
         return st;
@@ -330,10 +307,11 @@ int cmd_key_install_check(int /*argc*/, char** argv) {
 }
 
 int cmd_key_install(int /*argc*/, char** argv) {
-    int id = 0;
-    if (ExitStatus st = key_command_start(argv[2], id); st != ST_OK) {
-        return st;
+    const Result<int> started = key_command_start(argv[2]);
+    if (!started.ok()) {
+        return started.status();
     }
+    const int id = *started;
     ExitStatus st = key_install_checks(argv[3], argv[4]);
     if (st == ST_OK) {
         st = key_install_file(id, argv[3], argv[4]);

@@ -16,15 +16,15 @@
 
 #include "base/caller.hpp"
 #include "base/fd.hpp"
-#include "base/owners.hpp"
+#include "base/hex.hpp"
 #include "base/io.hpp"
 #include "base/ossl.hpp"
+#include "base/owners.hpp"
 #include "base/paths.hpp"
 #include "certs/cert_restore.hpp"
+#include "device/sapi.hpp"
 #include "keys/handlers.hpp"
-#include "base/hex.hpp"
 #include "keys/kbpk.hpp"
-#include "keys/sapi.hpp"
 #include "system/state_file.hpp"
 #include "system/tools.hpp"
 #include "verify/cert_chain.hpp"
@@ -90,16 +90,16 @@ ExitStatus kbpk_reload(const char* name, int id) {
 }
 
 ExitStatus terminal_key_from(std::string value, std::vector<std::uint8_t>& key) {
-    int converted = 0;
+    bool converted = false;
     if (terminal_key_is_tr31(value)) {
         std::puts("Converting Terminal Key from TR-31 to OPK.");
         key.assign(value.begin(), value.end());
         converted = tr2opk(key);
     } else {
-        converted = hex2bin(value);
+        converted = hex2bin(value) == 1;
         key.assign(value.begin(), value.end());
     }
-    if (converted != 1) {
+    if (!converted) {
         std::puts("FATAL: Invalid Terminal Key.");
         return ST_FAILURE;
     }
@@ -205,21 +205,21 @@ ExitStatus keys_init_key_issuer() {
     if (!request) {
         return ST_FAILURE;
     }
-    return sapi_exchange(*request, sapi_reply_none).status;
+    return sapi_exchange(*request, sapi_reply_none).status();
 }
 
-int tr2opk(std::vector<std::uint8_t>& key) {
+bool tr2opk(std::vector<std::uint8_t>& key) {
     // A block the request cannot carry is refused before the device is asked (D10).
     if (key.size() > sapi::key_block_max) {
-        return 0;
+        return false;
     }
-    const SapiResult r = sapi_key_install_exchange(0, key, KeyInstallSender::terminal_key);
+    const SapiReply r = sapi_key_install_exchange(0, key, KeyInstallSender::terminal_key);
     if (!r.ok()) {
-        return 0;
+        return false;
     }
-    const std::optional<std::vector<std::uint8_t>> opk = sapi_parse_terminal_key_reply(r.reply);
+    const std::optional<std::vector<std::uint8_t>> opk = sapi_parse_terminal_key_reply(*r);
     if (!opk) {
-        return 0;
+        return false;
     }
     std::string hex(2 * opk->size(), '\0');
     std::memcpy(hex.data(), opk->data(), opk->size());
@@ -228,7 +228,7 @@ int tr2opk(std::vector<std::uint8_t>& key) {
     (void)sys_nvram_set(nvram_terminal_key, hex.c_str());
     (void)sys_nvram_commit();
     key = *opk;
-    return 1;
+    return true;
 }
 
 ExitStatus rate_limit_init() {
@@ -254,7 +254,7 @@ ExitStatus rate_limit_init() {
     if (!request) {
         return ST_FAILURE;
     }
-    return sapi_exchange(*request, sapi_reply_none).status;
+    return sapi_exchange(*request, sapi_reply_none).status();
 }
 
 int cmd_keys_init(int /*argc*/, char** /*argv*/) {
@@ -263,7 +263,7 @@ int cmd_keys_init(int /*argc*/, char** /*argv*/) {
     }
     // Certificates first: the restore may bring back "terminal.crt" and decide the trust anchor
     // that the KBPK requests below carry in their flags.
-    if (int st = keys_init_cert(); st != ST_OK) {
+    if (const auto st = static_cast<ExitStatus>(keys_init_cert()); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = keys_init_kbpk(); st != ST_OK) {

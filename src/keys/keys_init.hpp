@@ -17,8 +17,8 @@
 [[nodiscard]] ExitStatus keys_init_key_issuer();
 
 // Has the device turn a TR-31 terminal key into its protected form, which replaces key whole
-// (D11) and, in hexadecimal, the nvram value. 1 on success, 0 on failure.
-[[nodiscard]] int tr2opk(std::vector<std::uint8_t>& key);
+// (D11) and, in hexadecimal, the nvram value. Whether it did.
+[[nodiscard]] bool tr2opk(std::vector<std::uint8_t>& key);
 
 // Sends the saved rate-limit state back to the device; the file stays. 0 or 9.
 [[nodiscard]] ExitStatus rate_limit_init();

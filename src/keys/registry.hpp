@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/status.hpp"
-#include "keys/sapi_wire.hpp"
+#include "device/sapi_wire.hpp"
 
 // The paired registry keeps both digests of every key; a terminal that has the single one keeps
 // only key digests and never learns of re-installations.

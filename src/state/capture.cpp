@@ -6,7 +6,7 @@
 
 #include "base/caller.hpp"
 #include "base/paths.hpp"
-#include "keys/sapi.hpp"
+#include "device/sapi.hpp"
 #include "state/handlers.hpp"
 #include "system/state_file.hpp"
 #include "system/tools.hpp"

@@ -22,7 +22,7 @@ struct FlagRequest {
 };
 
 // The request is logged before the caller test, so refused requests leave a trace too.
-int flag_request(const FlagRequest& r) {
+ExitStatus flag_request(const FlagRequest& r) {
     syslog(LOG_INFO, "Request for %s", r.name);
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         syslog(LOG_INFO, "Failed to process %s request. Access denied", r.name);
@@ -31,11 +31,13 @@ int flag_request(const FlagRequest& r) {
     switch (set_kernel_flag(r.path)) {
         case FlagResult::open_failed:
             std::printf("FATAL: Failed to open %s flag\n", r.name);
-            syslog(LOG_INFO, "Failed to process %s request. Failed to open %s flag", r.name, r.name);
+            syslog(LOG_INFO, "Failed to process %s request. Failed to open %s flag", r.name,
+                   r.name);
             return ST_FAILURE;
         case FlagResult::write_failed:
             std::printf("FATAL: Failed to set %s flag\n", r.name);
-            syslog(LOG_INFO, "Failed to process %s request. %s %d", r.name, r.error_word, ST_FAILURE);
+            syslog(LOG_INFO, "Failed to process %s request. %s %d", r.name, r.error_word,
+                   ST_FAILURE);
             return ST_FAILURE;
         case FlagResult::set:
             break;
@@ -56,7 +58,8 @@ int cmd_make_restore(int, char**) {
 
 int cmd_make_factory(int, char**) {
     return flag_request({"make_factory", paths::flag_make_factory,
-                         "Make factory restore point flag set. Reboot to commit.", "Error -", false});
+                         "Make factory restore point flag set. Reboot to commit.", "Error -",
+                         false});
 }
 
 int cmd_wipe(int, char**) {

@@ -11,10 +11,10 @@
 
 #include "base/caller.hpp"
 #include "base/fd.hpp"
+#include "base/hex.hpp"
 #include "base/io.hpp"
 #include "base/paths.hpp"
-#include "base/hex.hpp"
-#include "keys/sapi.hpp"
+#include "device/sapi.hpp"
 #include "state/handlers.hpp"
 #include "system/state_file.hpp"
 
@@ -46,17 +46,17 @@ std::string ksn_rewrite(const std::string& log, const std::string& entry, int ke
     bool matched = false;
     for (const std::string& line : split_lines(log)) {
         std::printf("New Line %s\n", line.c_str());
-        if (check_file_line(line, key_index, ksn) != 0) {
+        if (!entry_matches(line, key_index, ksn)) {
             out += line;
             continue;
         }
         // A match has readable digits; should they still not decode, the line goes rather than
         // answer the device with a KSN nobody could read.
-        Ksn held{};
-        if (get_ksn_reg_from_str(line, held) != 0) {
+        const std::optional<Ksn> held = ksn_from_entry(line);
+        if (!held) {
             continue;
         }
-        old_ksn = held;
+        old_ksn = *held;
         out += entry;
         *status = ksn::status_matched;
         matched = true;
@@ -99,32 +99,33 @@ std::string create_ksn_entry(int key_index, const Ksn& ksn) {
     return std::to_string(key_index) + ":" + std::string(digits.begin(), digits.end()) + "\n";
 }
 
-int compare_iksn(const Ksn& a, const Ksn& b) {
+bool same_iksn(const Ksn& a, const Ksn& b) {
     for (std::size_t i = 0; i < ksn::iksn_whole_bytes; ++i) {
         if (a[i] != b[i]) {
-            return 1;
+            return false;
         }
     }
     const std::size_t last = ksn::iksn_whole_bytes;
-    return (a[last] & ksn::iksn_byte7_mask) == (b[last] & ksn::iksn_byte7_mask) ? 0 : 1;
+    return (a[last] & ksn::iksn_byte7_mask) == (b[last] & ksn::iksn_byte7_mask);
 }
 
-int get_ksn_reg_from_str(std::string_view line, Ksn& ksn) {
+std::optional<Ksn> ksn_from_entry(std::string_view line) {
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos || line.size() - colon - 1 < ksn_hex_size) {
-        return 1;
+        return std::nullopt;
     }
     std::array<std::uint8_t, ksn_hex_size> digits{};
     const std::string_view text = line.substr(colon + 1, ksn_hex_size);
     std::copy(text.begin(), text.end(), digits.begin());
     if (hex2bin(digits.data(), digits.size()) != 1) {
-        return 1;
+        return std::nullopt;
     }
+    Ksn ksn{};
     std::copy_n(digits.begin(), ksn.size(), ksn.begin());
-    return 0;
+    return ksn;
 }
 
-int check_file_line(const std::string& line, int key_index, const Ksn& ksn) {
+bool entry_matches(const std::string& line, int key_index, const Ksn& ksn) {
     // As strtol reads it: leading blanks and a sign are part of the number.
     errno = 0;
     char* end = nullptr;
@@ -132,29 +133,29 @@ int check_file_line(const std::string& line, int key_index, const Ksn& ksn) {
     if (end == line.c_str() || errno == ERANGE || number < INT_MIN || number > INT_MAX ||
         *end != ':') {
         std::printf("Corrupt file entry: %s\n", line.c_str());
-        return 1;
+        return false;
     }
     if (number != key_index) {
-        return 1;
+        return false;
     }
-    Ksn held{};
-    if (get_ksn_reg_from_str(line, held) != 0) {
+    const std::optional<Ksn> held = ksn_from_entry(line);
+    if (!held) {
         std::fputs("Corrupt file data", stdout);
-        return 1;
+        return false;
     }
-    return compare_iksn(ksn, held);
+    return same_iksn(ksn, *held);
 }
 
-int update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uint8_t* status,
-                    const char* log_path) {
+ExitStatus update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uint8_t* status,
+                           const char* log_path) {
     const std::string entry = create_ksn_entry(key_index, ksn);
     if (status == nullptr || log_path == nullptr) {
         std::fputs("Error invalid input parameters", stdout);
-        return 1;
+        return ST_FAILURE;
     }
     if (std::strlen(log_path) > ksn::log_path_max) {
         std::fputs("Error input string too long", stdout);
-        return 1;
+        return ST_FAILURE;
     }
     // The new log is a fresh root-owned file beside the old one (D19); it reaches the disk and
     // then one rename replaces the old log, so no reader or restart ever finds it missing or half
@@ -162,21 +163,21 @@ int update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uint8_t* s
     StateFile temp(log_path, state_file_mode);
     if (!temp.valid()) {
         std::printf("Error opening temp file, Error %i\n", errno);
-        return 1;
+        return ST_FAILURE;
     }
     // Whatever is at the name and is not the program's own log (a link, a FIFO, another user's
     // file) holds no history: the update starts a new log over it.
     const Result<StateBytes> held = state_file_read(log_path);
     if (!held.ok()) {
         std::printf("Error opening ksn info file, Error %i\n", errno);
-        return 1;
+        return ST_FAILURE;
     }
     const std::string log = *held ? std::string((*held)->begin(), (*held)->end()) : std::string();
     const std::string rewritten = ksn_rewrite(log, entry, key_index, ksn, old_ksn, status);
     if (write_full(temp.fd(), rewritten.data(), rewritten.size()) != rewritten.size()) {
-        return 1;
+        return ST_FAILURE;
     }
-    return temp.commit() ? 0 : 1;
+    return temp.commit() ? ST_OK : ST_FAILURE;
 }
 
 int cmd_update_dukpt_ksn(int, char**) {
@@ -191,7 +192,7 @@ int cmd_update_dukpt_ksn(int, char**) {
     // Without a match the device gets status 0 and ten zero bytes (D13).
     Ksn old_ksn{};
     std::uint8_t status = ksn::status_unmatched;
-    if (update_ksn_data(report.key_index, report.ksn, old_ksn, &status, paths::ksn_log) != 0) {
+    if (update_ksn_data(report.key_index, report.ksn, old_ksn, &status, paths::ksn_log) != ST_OK) {
         return ST_FAILURE;
     }
     if (sapi_proc_write(ksn_encode_answer(status, old_ksn)) != ST_OK) {

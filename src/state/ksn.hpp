@@ -4,9 +4,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "base/status.hpp"
 
 namespace ksn {
 
@@ -57,19 +60,20 @@ struct KsnReport {
 // "%i:", twenty upper-case hexadecimal digits, "\n".
 [[nodiscard]] std::string create_ksn_entry(int key_index, const Ksn& ksn);
 
-// 0 when the two KSNs name the same initial key, 1 otherwise; the counters are never compared.
-[[nodiscard]] int compare_iksn(const Ksn& a, const Ksn& b);
+// Whether the two KSNs name the same initial key; the counters are never compared.
+[[nodiscard]] bool same_iksn(const Ksn& a, const Ksn& b);
 
-// Decodes the twenty hexadecimal digits (either case) after the first ":"; 0 on success, 1 when
-// there is no ":" or the digits do not decode.
-[[nodiscard]] int get_ksn_reg_from_str(std::string_view line, Ksn& ksn);
+// Decodes the twenty hexadecimal digits (either case) after the first ":"; nothing when there is
+// no ":" or the digits do not decode.
+[[nodiscard]] std::optional<Ksn> ksn_from_entry(std::string_view line);
 
-// 0 when line is the entry of key_index for the initial key of ksn; 1 otherwise, with a message
-// for a damaged line.
-[[nodiscard]] int check_file_line(const std::string& line, int key_index, const Ksn& ksn);
+// Whether line is the entry of key_index for the initial key of ksn; a damaged line is not, and
+// gets a message.
+[[nodiscard]] bool entry_matches(const std::string& line, int key_index, const Ksn& ksn);
 
-// Rewrites the log at log_path with the entry for the pair, as a new file renamed over it. When an entry for the same key and
-// initial key was there, it is replaced, its KSN goes to old_ksn and *status becomes 10; otherwise
-// the entry is appended and both are left as they were. 0 on success, 1 on failure.
-[[nodiscard]] int update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uint8_t* status,
-                                  const char* log_path);
+// Rewrites the log at log_path with the entry for the pair, as a new file renamed over it. When an
+// entry for the same key and initial key was there, it is replaced, its KSN goes to old_ksn and
+// *status becomes 10; otherwise the entry is appended and both are left as they were. 0, or 9 on
+// any failure.
+[[nodiscard]] ExitStatus update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn,
+                                         std::uint8_t* status, const char* log_path);

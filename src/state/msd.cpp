@@ -8,8 +8,9 @@
 
 namespace {
 
-[[nodiscard]] int msd_mount_image() {
-    return sys_mount(msd::fs_type, msd::mount_options, paths::msd_image, paths::msd_mount_point);
+[[nodiscard]] ExitStatus msd_mount_image() {
+    return static_cast<ExitStatus>(
+        sys_mount(msd::fs_type, msd::mount_options, paths::msd_image, paths::msd_mount_point));
 }
 
 }  // namespace

@@ -4,7 +4,8 @@
 #include <string>
 
 #include "base/caller.hpp"
-#include "keys/sapi.hpp"
+#include "base/result.hpp"
+#include "device/sapi.hpp"
 #include "system/tools.hpp"
 #include "x509/handlers.hpp"
 #include "x509/rsa_keys.hpp"
@@ -16,30 +17,31 @@ namespace {
 constexpr const char* serial_key = "Serial";
 constexpr std::size_t serial_length = 10;
 
-// The record the device left, taken apart; 9 without a message when it cannot be read or a length
-// leads past it.
-ExitStatus read_record(ProcRecord& raw, ProcReads reads, RecordLayout layout,
-                       std::optional<TerminalRecord>& record) {
+// The record the device left in raw, taken apart; 9 without a message when it cannot be read or a
+// length leads past it. The record's key block points into raw.
+Result<TerminalRecord> read_record(ProcRecord& raw, ProcReads reads, RecordLayout layout) {
     if (sapi_proc_read(raw, reads) != ST_OK) {
         return ST_FAILURE;
     }
-    record = x509_record_parse(raw.bytes, layout);
-    return record ? ST_OK : ST_FAILURE;
+    std::optional<TerminalRecord> record = x509_record_parse(raw.bytes, layout);
+    if (!record) {
+        return ST_FAILURE;
+    }
+    return std::move(*record);
 }
 
 // The key usage text, or 9 without a message when it does not fit (D12).
-ExitStatus key_usage_text(const TerminalRecord& record, std::string& text) {
+Result<std::string> key_usage_text(const TerminalRecord& record) {
     std::optional<std::string> prepared = x509_key_usage_text(record.key_usage);
     if (!prepared) {
         return ST_FAILURE;
     }
-    text = std::move(*prepared);
-    return ST_OK;
+    return std::move(*prepared);
 }
 
 // The terminal's serial number: the first line nvram prints, less its last character, which must
 // leave exactly ten.
-ExitStatus terminal_serial(std::string& serial) {
+Result<std::string> terminal_serial() {
     std::optional<std::string> line;
     if (sys_nvram_get(serial_key, line) != ST_OK || !line) {
         return ST_FAILURE;
@@ -48,8 +50,7 @@ ExitStatus terminal_serial(std::string& serial) {
     if (line->size() != serial_length) {
         return ST_FAILURE;
     }
-    serial = std::move(*line);
-    return ST_OK;
+    return std::move(*line);
 }
 
 // The result record goes back whole or not at all.
@@ -67,22 +68,21 @@ int cmd_x509_csr(int, char**) {
         return st;
     }
     ProcRecord raw;
-    std::optional<TerminalRecord> record;
-    if (ExitStatus st = read_record(raw, ProcReads::one, RecordLayout::request, record);
-        st != ST_OK) {
-        return st;
+    const Result<TerminalRecord> record = read_record(raw, ProcReads::one, RecordLayout::request);
+    if (!record.ok()) {
+        return record.status();
     }
     RsaNumbers terminal;
     if (ExitStatus st = extract_rsa_key(record->key_block, terminal); st != ST_OK) {
         return st;
     }
     const std::string subject = x509_subject_text("", record->common_name, csr_max_cn);
-    std::string key_usage;
-    if (ExitStatus st = key_usage_text(*record, key_usage); st != ST_OK) {
-        return st;
+    const Result<std::string> key_usage = key_usage_text(*record);
+    if (!key_usage.ok()) {
+        return key_usage.status();
     }
     ProcRecord result;
-    return write_result(result, x509_csr(result.bytes, terminal, subject, key_usage));
+    return write_result(result, x509_csr(result.bytes, terminal, subject, *key_usage));
 }
 
 int cmd_x509_generate(int, char**) {
@@ -90,10 +90,10 @@ int cmd_x509_generate(int, char**) {
         return st;
     }
     ProcRecord raw;
-    std::optional<TerminalRecord> record;
-    if (ExitStatus st = read_record(raw, ProcReads::two, RecordLayout::generation, record);
-        st != ST_OK) {
-        return st;
+    const Result<TerminalRecord> record =
+        read_record(raw, ProcReads::two, RecordLayout::generation);
+    if (!record.ok()) {
+        return record.status();
     }
     RsaNumbers key;
     if (ExitStatus st = extract_rsa_key(record->key_block, key); st != ST_OK) {
@@ -103,15 +103,15 @@ int cmd_x509_generate(int, char**) {
     if (ExitStatus st = x509_dummy_key(key.n.get(), dummy); st != ST_OK) {
         return st;
     }
-    std::string serial;
-    if (ExitStatus st = terminal_serial(serial); st != ST_OK) {
-        return st;
+    const Result<std::string> serial = terminal_serial();
+    if (!serial.ok()) {
+        return serial.status();
     }
-    const std::string subject = x509_subject_text(serial, record->common_name, generate_max_cn);
-    std::string key_usage;
-    if (ExitStatus st = key_usage_text(*record, key_usage); st != ST_OK) {
-        return st;
+    const std::string subject = x509_subject_text(*serial, record->common_name, generate_max_cn);
+    const Result<std::string> key_usage = key_usage_text(*record);
+    if (!key_usage.ok()) {
+        return key_usage.status();
     }
     ProcRecord result;
-    return write_result(result, x509_generate(result.bytes, key, dummy, subject, key_usage));
+    return write_result(result, x509_generate(result.bytes, key, dummy, subject, *key_usage));
 }

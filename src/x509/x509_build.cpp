@@ -139,23 +139,20 @@ bool set_issuer_and_validity(X509* cert, X509* issuer) {
 
 }  // namespace
 
-int rsa_req_x509_add_ext(STACK_OF(X509_EXTENSION) * list, int nid, const char* text) {
+bool rsa_req_x509_add_ext(STACK_OF(X509_EXTENSION) * list, int nid, const char* text) {
     X509ExtensionPtr ext(X509V3_EXT_nconf_nid(nullptr, nullptr, nid, text));
     if (!ext || !sk_X509_EXTENSION_push(list, ext.get())) {
-        return 0;
+        return false;
     }
     (void)ext.release();
-    return 1;
+    return true;
 }
 
-int rsa_cert_x509_add_ext(X509* issuer, X509* cert, int nid, const char* text) {
+bool rsa_cert_x509_add_ext(X509* issuer, X509* cert, int nid, const char* text) {
     X509V3_CTX ctx{};
     X509V3_set_ctx(&ctx, issuer, cert, nullptr, nullptr, 0);
     X509ExtensionPtr ext(X509V3_EXT_nconf_nid(nullptr, &ctx, nid, text));
-    if (!ext || X509_add_ext(cert, ext.get(), -1) != 1) {
-        return 1;
-    }
-    return 0;
+    return ext && X509_add_ext(cert, ext.get(), -1) == 1;
 }
 
 std::size_t x509_csr(std::span<std::uint8_t> out, const RsaNumbers& terminal,

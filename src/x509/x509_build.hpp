@@ -22,8 +22,7 @@
                                         const RsaNumbers& dummy, const std::string& subject,
                                         const std::string& key_usage);
 
-// Appends one extension made from its configuration text; 1, or 0 when the text yields none.
-[[nodiscard]] int rsa_req_x509_add_ext(STACK_OF(X509_EXTENSION) * list, int nid, const char* text);
-// The same on a certificate, with the issuer certificate as context; 0, or 1 when nothing was
-// added.
-[[nodiscard]] int rsa_cert_x509_add_ext(X509* issuer, X509* cert, int nid, const char* text);
+// Appends one extension made from its configuration text; false when the text yields none.
+[[nodiscard]] bool rsa_req_x509_add_ext(STACK_OF(X509_EXTENSION) * list, int nid, const char* text);
+// The same on a certificate, with the issuer certificate as context.
+[[nodiscard]] bool rsa_cert_x509_add_ext(X509* issuer, X509* cert, int nid, const char* text);

@@ -14,23 +14,23 @@ Ksn with_byte(Ksn ksn, std::size_t i, std::uint8_t value) {
     return ksn;
 }
 
-TEST(CompareIksn, OnlyTheLeftmost59BitsCount) {
+TEST(SameIksn, OnlyTheLeftmost59BitsCount) {
     const struct {
         Ksn other;
-        int result;
+        bool same;
     } rows[] = {
-        {a, 0},
-        {with_byte(a, 7, 0xFF), 0},  // the counter's five bits of byte 7
-        {with_byte(a, 8, 0x12), 0},
-        {with_byte(a, 9, 0x00), 0},
-        {with_byte(a, 7, 0xC0), 1},  // bit 0x20
-        {with_byte(a, 7, 0x60), 1},  // bit 0x80
-        {with_byte(a, 0, 0x00), 1},
-        {with_byte(a, 6, 0x11), 1},
+        {a, true},
+        {with_byte(a, 7, 0xFF), true},  // the counter's five bits of byte 7
+        {with_byte(a, 8, 0x12), true},
+        {with_byte(a, 9, 0x00), true},
+        {with_byte(a, 7, 0xC0), false},  // bit 0x20
+        {with_byte(a, 7, 0x60), false},  // bit 0x80
+        {with_byte(a, 0, 0x00), false},
+        {with_byte(a, 6, 0x11), false},
     };
     for (const auto& r : rows) {
-        EXPECT_EQ(compare_iksn(a, r.other), r.result);
-        EXPECT_EQ(compare_iksn(r.other, a), r.result);
+        EXPECT_EQ(same_iksn(a, r.other), r.same);
+        EXPECT_EQ(same_iksn(r.other, a), r.same);
     }
 }
 

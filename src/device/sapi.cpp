@@ -1,5 +1,5 @@
 // The one exchange with the Security API device, and the one proc read and proc write.
-#include "keys/sapi.hpp"
+#include "device/sapi.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -34,8 +34,8 @@ ssize_t read_once(int fd, std::uint8_t* buf, std::size_t count) {
 
 }  // namespace
 
-SapiResult sapi_transfer(int fd, const SapiRequest& request, const SapiReplyRule& rule,
-                         SapiWriteRefusal refusal) {
+SapiReply sapi_transfer(int fd, const SapiRequest& request, const SapiReplyRule& rule,
+                        SapiWriteRefusal refusal) {
     const std::vector<std::uint8_t> bytes = sapi_encode(request);
     ssize_t written = write_once(fd, bytes);
     if (written < 0 || static_cast<std::size_t>(written) != bytes.size()) {
@@ -47,38 +47,38 @@ SapiResult sapi_transfer(int fd, const SapiRequest& request, const SapiReplyRule
         } else {
             std::puts("FATAL: Failed to write to the Security API device.");
         }
-        return {static_cast<ExitStatus>(f.status), {}};
+        return f.status;
     }
     if (rule.ask == 0) {
-        return {ST_OK, {}};
+        return std::vector<std::uint8_t>{};
     }
     std::vector<std::uint8_t> reply(rule.ask);
     ssize_t got = read_once(fd, reply.data(), reply.size());
     if (!sapi_reply_accepted(got, rule)) {
         std::printf("FATAL: Read from the Security API device failed with code 0x%02X.\n",
                     static_cast<unsigned>(errno));
-        return {ST_FAILURE, {}};
+        return ST_FAILURE;
     }
     reply.resize(static_cast<std::size_t>(got));
-    return {ST_OK, std::move(reply)};
+    return reply;
 }
 
-SapiResult sapi_exchange(const SapiRequest& request, const SapiReplyRule& rule,
-                         SapiWriteRefusal refusal) {
+SapiReply sapi_exchange(const SapiRequest& request, const SapiReplyRule& rule,
+                        SapiWriteRefusal refusal) {
     // One request per open: the driver answers on the descriptor that carried the request.
     UniqueFd fd(::open(paths::sapi_device, O_RDWR | O_CLOEXEC));
     if (!fd) {
         std::puts("FATAL: Failed to open the Security API device.");
-        return {ST_FAILURE, {}};
+        return ST_FAILURE;
     }
     return sapi_transfer(fd.get(), request, rule, refusal);
 }
 
-SapiResult sapi_key_install_exchange(std::uint8_t acquirer, std::span<const std::uint8_t> key_block,
-                                     KeyInstallSender sender) {
+SapiReply sapi_key_install_exchange(std::uint8_t acquirer, std::span<const std::uint8_t> key_block,
+                                    KeyInstallSender sender) {
     std::optional<SapiRequest> request = sapi_key_install(acquirer, key_block);
     if (!request) {
-        return {ST_FAILURE, {}};
+        return ST_FAILURE;
     }
     if (sender == KeyInstallSender::key_file) {
         return sapi_exchange(*request, sapi_reply_key(key_reply_min), SapiWriteRefusal::pci_pin);

@@ -1,5 +1,5 @@
 // The Security API device's wire format: request records, KBPK flags and the shape of replies.
-#include "keys/sapi_wire.hpp"
+#include "device/sapi_wire.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -128,12 +128,12 @@ bool sapi_reply_accepted(ssize_t count, const SapiReplyRule& rule) {
 
 SapiWriteFailure sapi_write_failure(sapi::Command command, int err, SapiWriteRefusal refusal) {
     if (command == sapi::Command::kbpk_remove) {
-        return {false, 9};
+        return {false, ST_FAILURE};
     }
     if (refusal == SapiWriteRefusal::pci_pin && err == errno_pci_pin_disabled) {
-        return {true, 14};
+        return {true, ST_PCI_PIN_DISABLED};
     }
-    return {true, 9};
+    return {true, ST_FAILURE};
 }
 
 std::optional<KbpkReply> sapi_parse_kbpk_reply(std::span<const std::uint8_t> reply) {

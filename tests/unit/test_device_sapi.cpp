@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "keys/sapi.hpp"
-#include "keys/sapi_wire.hpp"
+#include "device/sapi.hpp"
+#include "device/sapi_wire.hpp"
 
 namespace {
 

@@ -7,26 +7,22 @@
 #include <span>
 #include <vector>
 
+#include "base/result.hpp"
 #include "base/status.hpp"
-#include "keys/sapi_wire.hpp"
+#include "device/sapi_wire.hpp"
 
-// The status of an exchange, and the reply bytes when the rule asked for some.
-struct SapiResult {
-    ExitStatus status = ST_FAILURE;
-    std::vector<std::uint8_t> reply;
-
-    [[nodiscard]] bool ok() const { return status == ST_OK; }
-};
+// The reply bytes of an exchange (none when the rule asked for none), or why there are none.
+using SapiReply = Result<std::vector<std::uint8_t>>;
 
 // One open of "/dev/sapi0", one write of the whole request, at most one read on the same
 // descriptor, close. Prints the device messages on failure; 0, 9, or 14 for a working key whose
 // install the device refuses with 252 (refusal pci_pin).
-[[nodiscard]] SapiResult sapi_exchange(const SapiRequest& request, const SapiReplyRule& rule,
-                                       SapiWriteRefusal refusal = SapiWriteRefusal::ordinary);
+[[nodiscard]] SapiReply sapi_exchange(const SapiRequest& request, const SapiReplyRule& rule,
+                                      SapiWriteRefusal refusal = SapiWriteRefusal::ordinary);
 
 // The write and read of an exchange on a descriptor already open on the device.
-[[nodiscard]] SapiResult sapi_transfer(int fd, const SapiRequest& request,
-                                       const SapiReplyRule& rule, SapiWriteRefusal refusal);
+[[nodiscard]] SapiReply sapi_transfer(int fd, const SapiRequest& request, const SapiReplyRule& rule,
+                                      SapiWriteRefusal refusal);
 
 // Who sends a key install decides how much of the reply must be there and what 252 means.
 enum class KeyInstallSender {
@@ -36,9 +32,9 @@ enum class KeyInstallSender {
 
 // Sends one TR-31 key block and returns the device's raw reply. Callers refuse blocks over 4088
 // bytes first with their own words (D10); such a block here ends with 9 and no message.
-[[nodiscard]] SapiResult sapi_key_install_exchange(std::uint8_t acquirer,
-                                                   std::span<const std::uint8_t> key_block,
-                                                   KeyInstallSender sender);
+[[nodiscard]] SapiReply sapi_key_install_exchange(std::uint8_t acquirer,
+                                                  std::span<const std::uint8_t> key_block,
+                                                  KeyInstallSender sender);
 
 // A record read from "/proc/sapi": bytes beyond length stay zero.
 struct ProcRecord {

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/status.hpp"
+
 namespace sapi {
 
 inline constexpr std::size_t header_size = 8;
@@ -117,7 +119,7 @@ enum class SapiWriteRefusal {
 };
 struct SapiWriteFailure {
     bool with_code = true;  // "...failed with code 0x%02X.\n" or the plain remove message
-    int status = 9;
+    ExitStatus status = ST_FAILURE;
 };
 [[nodiscard]] SapiWriteFailure sapi_write_failure(sapi::Command command, int err,
                                                   SapiWriteRefusal refusal);
