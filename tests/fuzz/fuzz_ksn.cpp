@@ -1,5 +1,6 @@
 // The KSN report the device writes, and the lines of the KSN log, which survive restarts and may be
 // damaged.
+#include <optional>
 #include <span>
 #include <string>
 
@@ -11,9 +12,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // reads back as the same key and KSN.
     const KsnReport report = ksn_parse_report(std::span<const std::uint8_t>(data, size));
     const std::string entry = create_ksn_entry(report.key_index, report.ksn);
-    FUZZ_CHECK(check_file_line(entry, report.key_index, report.ksn) == 0);
-    Ksn back{};
-    FUZZ_CHECK(get_ksn_reg_from_str(entry, back) == 0 && back == report.ksn);
+    FUZZ_CHECK(entry_matches(entry, report.key_index, report.ksn));
+    const std::optional<Ksn> back = ksn_from_entry(entry);
+    FUZZ_CHECK(back && *back == report.ksn);
     const KsnAnswer answer = ksn_encode_answer(ksn::status_matched, report.ksn);
     FUZZ_CHECK(answer[0] == ksn::status_matched);
 
@@ -24,13 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         end = end == std::string::npos ? log.size() : end + 1;
         const std::string line = log.substr(start, end - start);
         start = end;
-        Ksn held{};
-        const int parsed = get_ksn_reg_from_str(line, held);
-        const int matched = check_file_line(line, report.key_index, report.ksn);
-        FUZZ_CHECK(matched == 0 || matched == 1);
+        const std::optional<Ksn> held = ksn_from_entry(line);
         // A matching line always has a readable KSN of the same initial key.
-        if (matched == 0) {
-            FUZZ_CHECK(parsed == 0 && compare_iksn(held, report.ksn) == 0);
+        if (entry_matches(line, report.key_index, report.ksn)) {
+            FUZZ_CHECK(held && same_iksn(*held, report.ksn));
         }
     }
     return 0;

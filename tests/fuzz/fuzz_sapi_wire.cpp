@@ -3,7 +3,7 @@
 #include <span>
 
 #include "fuzz_check.hpp"
-#include "keys/sapi_wire.hpp"
+#include "device/sapi_wire.hpp"
 
 namespace {
 
