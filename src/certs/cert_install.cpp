@@ -167,7 +167,7 @@ ExitStatus cert_install(const char* path, const X509* cert) {
     return write_store_file(destination, cert, group);
 }
 
-int cmd_cert_install_check(int /*argc*/, char** argv) {
+ExitStatus cmd_cert_install_check(int /*argc*/, char** argv) {
     const char* source = argv[2];
     X509Ptr cert;
     if (ExitStatus st = cert_verify(source, OpenAs::caller, cert); st != ST_OK) {
@@ -181,7 +181,7 @@ int cmd_cert_install_check(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_cert_install(int /*argc*/, char** argv) {
+ExitStatus cmd_cert_install(int /*argc*/, char** argv) {
     const char* source = argv[2];
     X509Ptr cert;
     if (ExitStatus st = verify_offered(source, cert); st != ST_OK) {
@@ -191,7 +191,7 @@ int cmd_cert_install(int /*argc*/, char** argv) {
     if (ExitStatus st = cert_install_verify(source, cert.get(), cn); st != ST_OK) {
         return st;
     }
-    if (int st = cert_adduser_cn(cn); st != ST_OK) {
+    if (ExitStatus st = cert_adduser_cn(cn); st != ST_OK) {
         std::printf("Failed to add user for certificate: %s.\n", source);
         return st;
     }

@@ -4,9 +4,11 @@
 #include <optional>
 #include <string>
 
+#include "base/status.hpp"
+
 // Puts "prod-sign.crt" and "terminal.crt" back into the store from nvram when missing; recomputes
 // orvin_rki_ca after a production-signing restore attempt. 0, or the first failed step's status.
-[[nodiscard]] int keys_init_cert();
+[[nodiscard]] ExitStatus keys_init_cert();
 
 // 0 when the stored production-signing certificate was issued by "KeySigning", else 1. Prints and
 // changes nothing.

@@ -154,7 +154,7 @@ ExitStatus file_install(const char* source, const char* dest, const SignerResult
     return ST_OK;
 }
 
-int cmd_file_install(int /*argc*/, char** argv) {
+ExitStatus cmd_file_install(int /*argc*/, char** argv) {
     SignerResult signer = file_verify(argv[2]);
     if (signer.status == ST_BAD_SIGNATURE) {
         (void)file_sig_unlink(argv[2]);
@@ -177,7 +177,7 @@ int cmd_file_install(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_file_remove(int /*argc*/, char** argv) {
+ExitStatus cmd_file_remove(int /*argc*/, char** argv) {
     Result<NamedEntry> entry = file_access_verify(argv[2]);
     if (!entry.ok()) {
         return entry.status();
@@ -201,7 +201,7 @@ int cmd_file_remove(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_file_rename(int /*argc*/, char** argv) {
+ExitStatus cmd_file_rename(int /*argc*/, char** argv) {
     Result<NamedEntry> entry = file_access_verify(argv[2]);
     if (!entry.ok()) {
         return entry.status();

@@ -140,7 +140,7 @@ ExitStatus os_update_steps(const char* image) {
 
 }  // namespace
 
-int cmd_image_install_check(int, char** argv) {
+ExitStatus cmd_image_install_check(int, char** argv) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
@@ -154,7 +154,7 @@ int cmd_image_install_check(int, char** argv) {
     return ST_OK;
 }
 
-int cmd_image_install(int, char** argv) {
+ExitStatus cmd_image_install(int, char** argv) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
@@ -179,7 +179,7 @@ int cmd_image_install(int, char** argv) {
     return ST_OK;
 }
 
-int cmd_os_update(int, char** argv) {
+ExitStatus cmd_os_update(int, char** argv) {
     syslog(LOG_INFO, "Request for os_update");
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         syslog(LOG_INFO, "failed to process os_update request. Access denied");

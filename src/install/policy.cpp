@@ -79,7 +79,7 @@ ExitStatus file_install_verify(const char* source, const char* dest, const std::
     return ST_OK;
 }
 
-int cmd_file_install_check(int /*argc*/, char** argv) {
+ExitStatus cmd_file_install_check(int /*argc*/, char** argv) {
     SignerResult signer = file_verify(argv[2]);
     if (!signer.verified()) {
         return signer.status;

@@ -26,4 +26,4 @@ struct NamedEntry {
 // Does the new name stay in the directory that holds the source?
 [[nodiscard]] ExitStatus file_rename_verify(const NamedEntry& source, const char* new_name);
 
-int cmd_file_install_check(int argc, char** argv);
+[[nodiscard]] ExitStatus cmd_file_install_check(int argc, char** argv);

@@ -47,7 +47,7 @@ void print_invalid_signer(const std::string& role) {
 
 }  // namespace
 
-int cmd_kbpk_install_check(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_install_check(int /*argc*/, char** argv) {
     int id = 0;
     if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;
@@ -70,7 +70,7 @@ int cmd_kbpk_install_check(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_kbpk_install(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
     int id = 0;
     if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;
@@ -98,7 +98,7 @@ int cmd_kbpk_install(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
     int id = 0;
     if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;
@@ -129,7 +129,7 @@ int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_kbpk_remove(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_remove(int /*argc*/, char** argv) {
     int id = 0;
     if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;
@@ -144,7 +144,7 @@ int cmd_kbpk_remove(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
     int id = 0;
     if (ExitStatus st = acquirer_command_start(argv[2], id); st != ST_OK) {
         return st;

@@ -317,7 +317,7 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     return opk_file_write(dir.get(), *place, target, reply->protected_key, group, st.st_mode);
 }
 
-int cmd_key_install_check(int /*argc*/, char** argv) {
+ExitStatus cmd_key_install_check(int /*argc*/, char** argv) {
     int id = 0;
     if (ExitStatus st = key_command_start(argv[2], id); st != ST_OK) {
         return st;
@@ -329,7 +329,7 @@ int cmd_key_install_check(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_key_install(int /*argc*/, char** argv) {
+ExitStatus cmd_key_install(int /*argc*/, char** argv) {
     int id = 0;
     if (ExitStatus st = key_command_start(argv[2], id); st != ST_OK) {
         return st;

@@ -22,7 +22,7 @@ struct FlagRequest {
 };
 
 // The request is logged before the caller test, so refused requests leave a trace too.
-int flag_request(const FlagRequest& r) {
+ExitStatus flag_request(const FlagRequest& r) {
     syslog(LOG_INFO, "Request for %s", r.name);
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         syslog(LOG_INFO, "Failed to process %s request. Access denied", r.name);
@@ -49,17 +49,17 @@ int flag_request(const FlagRequest& r) {
 
 }  // namespace
 
-int cmd_make_restore(int, char**) {
+ExitStatus cmd_make_restore(int, char**) {
     return flag_request({"make_restore", paths::flag_make_restore,
                          "Make restore point flag set. Reboot to commit.", "Error -", false});
 }
 
-int cmd_make_factory(int, char**) {
+ExitStatus cmd_make_factory(int, char**) {
     return flag_request({"make_factory", paths::flag_make_factory,
                          "Make factory restore point flag set. Reboot to commit.", "Error -", false});
 }
 
-int cmd_wipe(int, char**) {
+ExitStatus cmd_wipe(int, char**) {
     return flag_request(
         {"wipe", paths::flag_wipe, "Wipe flag set. Rebooting to commit...", "Error-", true});
 }

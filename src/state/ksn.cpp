@@ -179,7 +179,7 @@ int update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uint8_t* s
     return temp.commit() ? 0 : 1;
 }
 
-int cmd_update_dukpt_ksn(int, char**) {
+ExitStatus cmd_update_dukpt_ksn(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }

@@ -8,7 +8,7 @@
 
 namespace {
 
-[[nodiscard]] int msd_mount_image() {
+[[nodiscard]] ExitStatus msd_mount_image() {
     return sys_mount(msd::fs_type, msd::mount_options, paths::msd_image, paths::msd_mount_point);
 }
 
@@ -16,7 +16,7 @@ namespace {
 
 // 99 only says that a repair was attempted: the application looks at the image itself after it,
 // so neither the repair's nor the mount's result changes the answer.
-int cmd_msd_mount(int, char**) {
+ExitStatus cmd_msd_mount(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
@@ -28,7 +28,7 @@ int cmd_msd_mount(int, char**) {
     return ST_MSD_REPAIRED;
 }
 
-int cmd_msd_umount(int, char**) {
+ExitStatus cmd_msd_umount(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }

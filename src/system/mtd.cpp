@@ -85,7 +85,7 @@ std::optional<MtdPartition> mtd_find(std::string_view table, std::string_view fr
     return std::nullopt;
 }
 
-int get_mtd(const char* fragment, std::string& device) {
+ExitStatus get_mtd(const char* fragment, std::string& device) {
     const std::optional<MtdPartition> part = find_partition(fragment, &device);
     if (!part) {
         return ST_FAILURE;
@@ -94,7 +94,7 @@ int get_mtd(const char* fragment, std::string& device) {
     return ST_OK;
 }
 
-int sys_nandwrite(const char* fragment, const char* image) {
+ExitStatus sys_nandwrite(const char* fragment, const char* image) {
     const std::optional<MtdPartition> part = find_partition(fragment, nullptr);
     if (!part) {
         return ST_FAILURE;

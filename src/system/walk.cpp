@@ -62,7 +62,7 @@ int trampoline(const char* path, const struct stat* st, int type, struct FTW* /*
 
 }  // namespace
 
-int walk_tree(const char* root, const Step& step) {
+ExitStatus walk_tree(const char* root, const Step& step) {
     Current& c = current();
     const Current saved = c;
     c.step = &step;
@@ -77,5 +77,5 @@ int walk_tree(const char* root, const Step& step) {
     if (error) {
         std::rethrow_exception(error);
     }
-    return result;
+    return result == 0 ? ST_OK : ST_FAILURE;
 }

@@ -104,8 +104,8 @@ void ids_task_init() {
     (void)write_full(fd.get(), "1", 1);
 }
 
-int cmd_authenticate(int /*argc*/, char** /*argv*/) {
-    if (walk_tree(paths::usr_local, ftw_process_files) != 0) {
+ExitStatus cmd_authenticate(int /*argc*/, char** /*argv*/) {
+    if (walk_tree(paths::usr_local, ftw_process_files) != ST_OK) {
         return ST_FAILURE;
     }
     ids_task_init();
