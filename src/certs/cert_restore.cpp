@@ -97,7 +97,7 @@ ExitStatus keys_init_cert() {
         if (ExitStatus st = restore(prod_sign); st != ST_OK) {
             return st;
         }
-        orvin_rki_ca = orvin_rki_ca_check();
+        orvin_rki_ca = prod_sign_from_key_signing() ? 0 : 1;
     }
     if (!stored(terminal)) {
         if (ExitStatus st = restore(terminal); st != ST_OK) {
@@ -107,11 +107,11 @@ ExitStatus keys_init_cert() {
     return ST_OK;
 }
 
-int orvin_rki_ca_check() {
+bool prod_sign_from_key_signing() {
     const CertFile file = cert_read_file(paths::prod_sign_cert, OpenAs::root);
     if (file.status != ST_OK) {
-        return 1;
+        return false;
     }
     const std::optional<std::string> issuer = x509_issuer_cn(file.cert.get());
-    return issuer && *issuer == "KeySigning" ? 0 : 1;
+    return issuer && *issuer == "KeySigning";
 }

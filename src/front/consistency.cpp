@@ -45,7 +45,7 @@ bool trust_anchors_readable() {
 // The anchor must match the installed production-signing certificate before anything is
 // verified against it.
 bool certificate_store_valid() {
-    orvin_rki_ca = orvin_rki_ca_check();
+    orvin_rki_ca = prod_sign_from_key_signing() ? 0 : 1;
     return walk_tree(paths::cert_store, ftw_process_certs) == ST_OK;
 }
 

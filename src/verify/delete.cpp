@@ -29,7 +29,7 @@ int ftw_delete_files(const char* path, const struct stat* /*st*/, int type) {
 
 }  // namespace
 
-int file_unlink(const char* path) {
+ExitStatus file_unlink(const char* path) {
     OsfsWritable writable;
     if (!writable.ok()) {
         return ST_FAILURE;
@@ -40,7 +40,7 @@ int file_unlink(const char* path) {
     return deleted ? ST_OK : ST_FAILURE;
 }
 
-int file_sig_unlink(const char* path) {
+ExitStatus file_sig_unlink(const char* path) {
     std::string sig;
     try {
         sig = std::string(path) + ".sig";

@@ -2,11 +2,13 @@
 // sources with the caller's rights (D2).
 #pragma once
 
+#include "base/status.hpp"
+
 // Remounts writable, unlinks, remounts read-only. 0 when deleted, 9 otherwise (silent).
-[[nodiscard]] int file_unlink(const char* path);
+[[nodiscard]] ExitStatus file_unlink(const char* path);
 
 // Deletes a rejected source and then its ".sig" with the caller's rights (D2). 0 when both went.
-[[nodiscard]] int file_sig_unlink(const char* path);
+[[nodiscard]] ExitStatus file_sig_unlink(const char* path);
 
 // Deletes every regular file and symbolic link under "/usr/local/"; directories stay.
 void clean_osfs();
