@@ -48,7 +48,6 @@ inline constexpr const char* flag_make_restore = "/sys/kernel/flags/make_restore
 inline constexpr const char* flag_make_factory = "/sys/kernel/flags/make_factory";
 inline constexpr const char* flag_wipe = "/sys/kernel/flags/wipe";
 inline constexpr const char* flag_os_update = "/sys/kernel/flags/os_update";
-inline constexpr const char* image_staging = "/tmp/orvin-auth.XXXXXX";
 inline constexpr const char* mtd_screens = "screens";
 inline constexpr const char* mtd_os_update = "os-update";
 inline constexpr const char* rate_limit_state = "/home/orvin/.sapi/.rate-limit";

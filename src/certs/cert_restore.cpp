@@ -108,10 +108,10 @@ ExitStatus keys_init_cert() {
 }
 
 bool prod_sign_from_key_signing() {
-    const CertFile file = cert_read_file(paths::prod_sign_cert, OpenAs::root);
-    if (file.status != ST_OK) {
+    const Result<X509Ptr> file = cert_read_file(paths::prod_sign_cert, OpenAs::root);
+    if (file.status() != ST_OK) {
         return false;
     }
-    const std::optional<std::string> issuer = x509_issuer_cn(file.cert.get());
+    const std::optional<std::string> issuer = x509_issuer_cn(file->get());
     return issuer && *issuer == "KeySigning";
 }

@@ -78,8 +78,8 @@ bool create_directories(std::string existing, const std::string& remainder) {
 
 // Installs the pair for the signer that file_verify found: the signature bytes it verified and a
 // copy of the data that must still carry them (D6, D17).
-ExitStatus file_install(const char* source, const char* dest, const SignerResult& signer) {
-    const std::string& cn = signer.cn;
+ExitStatus file_install(const char* source, const char* dest, const Result<Signer>& signer) {
+    const std::string& cn = signer->cn;
     const std::string d(dest);
     if (d.find('/') == std::string::npos) {
         return ST_BAD_PATH;
@@ -118,7 +118,7 @@ ExitStatus file_install(const char* source, const char* dest, const SignerResult
     // The signature goes first, so a data file never exists without one. It is the one that was
     // verified, not whatever the caller's ".sig" holds by now (D17).
     StagedFile sig_file(full_sig);
-    if (ExitStatus st = write_signature(signer.sig, full_sig, sig_file); st != ST_OK) {
+    if (ExitStatus st = write_signature(signer->sig, full_sig, sig_file); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = set_owner_and_mode(sig_file, owner, installed_sig_mode); st != ST_OK) {
@@ -155,15 +155,15 @@ ExitStatus file_install(const char* source, const char* dest, const SignerResult
 }
 
 ExitStatus cmd_file_install(int /*argc*/, char** argv) {
-    SignerResult signer = file_verify(argv[2]);
-    if (signer.status == ST_BAD_SIGNATURE) {
+    Result<Signer> signer = file_verify(argv[2]);
+    if (signer.status() == ST_BAD_SIGNATURE) {
         (void)file_sig_unlink(argv[2]);
         return ST_BAD_SIGNATURE;
     }
-    if (!signer.verified()) {
-        return signer.status;
+    if (!signer.ok()) {
+        return signer.status();
     }
-    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer.cn); st != ST_OK) {
+    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer->cn); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = file_install(argv[2], argv[3], signer); st != ST_OK) {

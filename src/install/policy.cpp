@@ -80,11 +80,11 @@ ExitStatus file_install_verify(const char* source, const char* dest, const std::
 }
 
 ExitStatus cmd_file_install_check(int /*argc*/, char** argv) {
-    SignerResult signer = file_verify(argv[2]);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = file_verify(argv[2]);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer.cn); st != ST_OK) {
+    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer->cn); st != ST_OK) {
         return st;
     }
     std::puts("Signed file can be installed.");

@@ -19,9 +19,9 @@ void kbpk_file_reject(const char* path) {
 }
 
 // The signer of a file an installing command was given; a bad signature deletes the file.
-SignerResult kbpk_file_signer(const char* path) {
-    SignerResult signer = file_verify(path);
-    if (signer.status == ST_BAD_SIGNATURE) {
+Result<Signer> kbpk_file_signer(const char* path) {
+    Result<Signer> signer = file_verify(path);
+    if (signer.status() == ST_BAD_SIGNATURE) {
         kbpk_file_reject(path);
     }
     return signer;
@@ -55,12 +55,12 @@ ExitStatus cmd_kbpk_install_check(int /*argc*/, char** argv) {
     if (kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
-    SignerResult signer = file_verify(argv[3]);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = file_verify(argv[3]);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    if (!kbpk_signer_flags(signer.cn)) {
-        print_invalid_signer(signer.cn);
+    if (!kbpk_signer_flags(signer->cn)) {
+        print_invalid_signer(signer->cn);
         return ST_BAD_SIGNATURE;
     }
     if (ExitStatus st = file_verify_kbpk_file(argv[3]); st != ST_OK) {
@@ -78,13 +78,13 @@ ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
     if (kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
-    SignerResult signer = kbpk_file_signer(argv[3]);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = kbpk_file_signer(argv[3]);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer.cn);
+    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer->cn);
     if (!flags) {
-        print_invalid_signer(signer.cn);
+        print_invalid_signer(signer->cn);
         kbpk_file_reject(argv[3]);
         return ST_BAD_SIGNATURE;
     }
@@ -106,13 +106,13 @@ ExitStatus cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
     if (!kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
-    SignerResult signer = kbpk_file_signer(argv[3]);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = kbpk_file_signer(argv[3]);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer.cn);
+    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer->cn);
     if (!flags) {
-        print_invalid_signer(signer.cn);
+        print_invalid_signer(signer->cn);
     }
     // A refused signer is reported as switching security off before the file goes.
     std::puts(flags && (*flags & sapi::flag_pci_pin) ? "PCI PIN security enabled."
