@@ -61,7 +61,7 @@ bool path_stays_inside(const std::string& full, const std::string& area) {
             break;
         }
         std::string up = dir_part(probe);
-        rest = probe.substr(up.size()) + "/" + rest;
+        rest = probe.substr(up.size()).append("/").append(rest);
         existing = up;
     }
     // A dangling link cannot be shown to stay inside, so it does not.

@@ -56,7 +56,7 @@ struct RunLimit {
 // failing the process (and its tools) wherever it happens to be: inside the writable window,
 // between a signature and its data file. So every limit that could cut a run short is the
 // program's own. The fixed values are far above what a run needs.
-constexpr rlim_t mib = 1024 * 1024;
+constexpr rlim_t mib = rlim_t{1024} * 1024;
 constexpr RunLimit run_limits[] = {
     {RLIMIT_CORE, 0, 0},
     {RLIMIT_CPU, RLIM_INFINITY, 600},

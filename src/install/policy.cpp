@@ -16,6 +16,7 @@
 #include "base/caller.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
+#include "install/handlers.hpp"
 #include "verify/signature.hpp"
 
 namespace {

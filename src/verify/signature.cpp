@@ -234,7 +234,7 @@ ExitStatus digest_fd(int fd, off_t size, Digest& digest) {
 
 Sha256::Sha256() : ctx_(EVP_MD_CTX_new()), ok_(false) {
     // Fetched once per run: the implicit fetch behind EVP_sha256() is paid at every digest.
-    static const std::unique_ptr<EVP_MD, Deleter<EVP_MD_free>> sha256(
+    static const EvpMdPtr sha256(
         EVP_MD_fetch(nullptr, "SHA256", nullptr));
     ok_ = ctx_ && EVP_DigestInit_ex(ctx_.get(), sha256 ? sha256.get() : EVP_sha256(), nullptr) == 1;
 }

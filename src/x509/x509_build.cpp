@@ -19,8 +19,6 @@ constexpr const char* not_before = "100101000000Z";
 constexpr const char* not_after = "291231235959Z";
 constexpr int serial_bits = 64;
 
-using Asn1StringPtr = std::unique_ptr<ASN1_STRING, Deleter<ASN1_STRING_free>>;
-
 void openssl_failure() {
     std::puts("FATAL: OpenSSL failure.");
 }
