@@ -155,11 +155,7 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
 }
 
 ExitStatus cmd_file_install(int /*argc*/, char** argv) {
-    Result<Signer> signer = file_verify(argv[2]);
-    if (signer.status() == ST_BAD_SIGNATURE) {
-        (void)file_sig_unlink(argv[2]);
-        return ST_BAD_SIGNATURE;
-    }
+    Result<Signer> signer = file_verify_or_reject(argv[2]);
     if (!signer.ok()) {
         return signer.status();
     }
@@ -168,10 +164,7 @@ ExitStatus cmd_file_install(int /*argc*/, char** argv) {
     }
     if (ExitStatus st = file_install(argv[2], argv[3], signer); st != ST_OK) {
         // Bytes that changed under us after the check are as good as badly signed (D6).
-        if (st == ST_BAD_SIGNATURE) {
-            (void)file_sig_unlink(argv[2]);
-        }
-        return st;
+        return reject_on_bad_signature(st, argv[2]);
     }
     std::puts("Signed file installed.");
     return ST_OK;

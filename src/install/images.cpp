@@ -37,16 +37,6 @@ ExitStatus file_verify_image_file(const char* path) {
     return ST_OK;
 }
 
-// The signature check of the image commands; a refused image goes with its signature as far as
-// the caller could delete them (D2) when the command installs.
-Result<Signer> image_signer(const char* path, bool delete_rejected) {
-    Result<Signer> signer = file_verify(path);
-    if (signer.status() == ST_BAD_SIGNATURE && delete_rejected) {
-        (void)file_sig_unlink(path);
-    }
-    return signer;
-}
-
 // The root-only copy of the offered image that the flash tools read. The copy itself is judged:
 // its signature against the first 256 bytes of the offered ".sig", read once, by the signer that
 // was accepted, and its size where one is required. So what reaches the partition is what was
@@ -98,10 +88,7 @@ ExitStatus write_verified_image(const char* source, const std::string& cn,
     }
     const std::string image = tmp.path("image");
     if (ExitStatus st = snapshot_verified(source, image, cn, required_size); st != ST_OK) {
-        if (st == ST_BAD_SIGNATURE) {
-            (void)file_sig_unlink(source);
-        }
-        return st;
+        return reject_on_bad_signature(st, source);
     }
     if (sys_nandwrite(partition, image.c_str()) != ST_OK) {
         return ST_FAILURE;
@@ -110,14 +97,13 @@ ExitStatus write_verified_image(const char* source, const std::string& cn,
 }
 
 ExitStatus os_update_steps(const char* image) {
-    Result<Signer> signer = image_signer(image, true);
+    Result<Signer> signer = file_verify_or_reject(image);
     if (!signer.ok()) {
         return signer.status();
     }
     if (signer->cn != os_signer) {
         std::printf("Invalid signature: %s.\n", signer->cn.c_str());
-        (void)file_sig_unlink(image);
-        return ST_BAD_SIGNATURE;
+        return reject_on_bad_signature(ST_BAD_SIGNATURE, image);
     }
     return write_verified_image(image, signer->cn, std::nullopt, paths::mtd_os_update);
 }
@@ -128,7 +114,7 @@ ExitStatus cmd_image_install_check(int, char** argv) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
-    if (Result<Signer> signer = image_signer(argv[2], false); !signer.ok()) {
+    if (Result<Signer> signer = file_verify(argv[2]); !signer.ok()) {
         return signer.status();
     }
     if (ExitStatus st = file_verify_image_file(argv[2]); st != ST_OK) {
@@ -142,7 +128,7 @@ ExitStatus cmd_image_install(int, char** argv) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
-    Result<Signer> signer = image_signer(argv[2], true);
+    Result<Signer> signer = file_verify_or_reject(argv[2]);
     if (!signer.ok()) {
         return signer.status();
     }

@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -97,25 +96,19 @@ bool sys_tool_started_into(const char* path, const std::vector<const char*>& arg
 }
 
 ExitStatus sys_adduser(const char* user) {
-    std::vector<const char*> argv;
-    try {
-        // Anything already at the home path, even a dangling link, keeps adduser from making
-        // another home directory there.
-        const std::string home = std::string(paths::home_prefix) + user;
-        struct stat st {};
-        argv = {"adduser", "-D"};
-        if (lstat(home.c_str(), &st) == 0) {
-            argv.push_back("-H");
-        }
-        // The application user always gets the same user ID, whoever creates it.
-        if (std::string_view(user) == ids::app_user_name) {
-            argv.push_back("-u500");
-        }
-        argv.push_back(user);
-    } catch (const std::bad_alloc&) {
-        std::fputs("FATAL: Out of memory.", stdout);
-        return ST_FAILURE;
+    // Anything already at the home path, even a dangling link, keeps adduser from making another
+    // home directory there.
+    const std::string home = std::string(paths::home_prefix) + user;
+    struct stat st {};
+    std::vector<const char*> argv = {"adduser", "-D"};
+    if (lstat(home.c_str(), &st) == 0) {
+        argv.push_back("-H");
     }
+    // The application user always gets the same user ID, whoever creates it.
+    if (std::string_view(user) == ids::app_user_name) {
+        argv.push_back("-u500");
+    }
+    argv.push_back(user);
     return sys_run_tool(paths::tool_adduser, argv, ForkFailure::return_failure);
 }
 
@@ -145,14 +138,8 @@ ExitStatus sys_fsck(const char* image, const char* option) {
 }
 
 ExitStatus sys_nvram_set(const char* key, const char* value) {
-    std::string assignment;
-    try {
-        // Nothing is escaped: the tool receives the pair as one argument, not through a shell.
-        assignment = std::string(key) + "=" + value;
-    } catch (const std::bad_alloc&) {
-        std::puts("Out of memory.");
-        return ST_FAILURE;
-    }
+    // Nothing is escaped: the tool receives the pair as one argument, not through a shell.
+    const std::string assignment = std::string(key).append("=").append(value);
     return sys_run_tool(paths::tool_nvram, {"nvram", "set", assignment.c_str()},
                         ForkFailure::return_failure);
 }

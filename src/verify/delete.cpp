@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <new>
 #include <string>
 
 #include "base/caller.hpp"
@@ -41,12 +40,7 @@ ExitStatus file_unlink(const char* path) {
 }
 
 ExitStatus file_sig_unlink(const char* path) {
-    std::string sig;
-    try {
-        sig = std::string(path) + ".sig";
-    } catch (const std::bad_alloc&) {
-        return ST_FAILURE;
-    }
+    const std::string sig = std::string(path) + ".sig";
     // D2: the kernel deletes only what the caller could have deleted himself.
     if (caller_unlink(path) != 0) {
         std::printf("Failed to delete invalid data/executable: %s.\n", path);
@@ -57,6 +51,19 @@ ExitStatus file_sig_unlink(const char* path) {
         return ST_FAILURE;
     }
     return ST_OK;
+}
+
+ExitStatus reject_on_bad_signature(ExitStatus st, const char* path) {
+    if (st == ST_BAD_SIGNATURE) {
+        (void)file_sig_unlink(path);
+    }
+    return st;
+}
+
+Result<Signer> file_verify_or_reject(const char* path) {
+    Result<Signer> signer = file_verify(path);
+    (void)reject_on_bad_signature(signer.status(), path);
+    return signer;
 }
 
 void clean_osfs() {
