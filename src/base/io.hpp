@@ -8,7 +8,7 @@ inline constexpr std::size_t io_block = 4096;
 // Bulk transfers (digests and copies of whole files) go in blocks this large: few system calls,
 // still small enough to stay in cache between the read, the digest and the write, and memory
 // stays flat whatever the file size (D21).
-inline constexpr std::size_t io_bulk_block = 256 * 1024;
+inline constexpr std::size_t io_bulk_block = std::size_t{256} * 1024;
 
 // Bytes read: fewer than count only at end of file or on an error.
 [[nodiscard]] std::size_t read_full(int fd, void* buf, std::size_t count);
