@@ -47,22 +47,6 @@ ExitStatus set_owner_and_mode(const StagedFile& f, const Ownership& owner, mode_
     return ST_OK;
 }
 
-// The deepest existing entry on the way to full, and the components below it.
-std::optional<std::pair<std::string, std::string>> split_existing(const std::string& full) {
-    std::string existing = full;
-    struct stat st {};
-    for (;;) {
-        auto pos = existing.rfind('/');
-        if (pos == std::string::npos) {
-            return std::nullopt;
-        }
-        existing.resize(pos);
-        if (lstat(existing.empty() ? "/" : existing.c_str(), &st) == 0) {
-            return std::make_pair(existing, full.substr(pos + 1));
-        }
-    }
-}
-
 bool create_directories(std::string existing, const std::string& remainder) {
     std::size_t start = 0;
     for (std::size_t end; (end = remainder.find('/', start)) != std::string::npos; start = end + 1) {
@@ -81,11 +65,11 @@ bool create_directories(std::string existing, const std::string& remainder) {
 ExitStatus file_install(const char* source, const char* dest, const Result<Signer>& signer) {
     const std::string& cn = signer->cn;
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
-        return ST_BAD_PATH;
+    if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
+        return st;
     }
     const std::string full = install_full_path(source, d);
-    auto parts = split_existing(full);
+    const std::optional<PathSplit> parts = split_at_existing(full);
     if (!parts) {
         return ST_FAILURE;
     }
@@ -111,7 +95,7 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
         std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
-    if (!create_directories(parts->first, parts->second)) {
+    if (!create_directories(parts->existing, parts->rest)) {
         return ST_FAILURE;
     }
 

@@ -56,8 +56,8 @@ Result<NamedEntry> hold_parent(const char* path) {
 
 ExitStatus file_install_verify(const char* source, const char* dest, const std::string& cn) {
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
-        return ST_BAD_PATH;
+    if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
+        return st;
     }
     const std::string signer_dir = std::string(paths::usr_local) + cn + "/";
     const bool in_shared = starts_with(d, paths::shared_area);

@@ -67,18 +67,11 @@ std::vector<std::string> components(const std::string& path) {
 }
 
 std::optional<KeyPlace> key_place(const std::string& target) {
-    KeyPlace place{target, {}, {}, {}};
-    std::string rest;
-    struct stat st {};
-    do {
-        const std::size_t cut = place.ancestor.rfind('/');
-        if (cut == std::string::npos) {
-            return std::nullopt;
-        }
-        rest = place.ancestor.substr(cut + 1) + (rest.empty() ? "" : "/" + rest);
-        place.ancestor.resize(cut);
-    } while (::lstat(place.ancestor.c_str(), &st) != 0);
-    place.missing = components(rest);
+    const std::optional<PathSplit> split = split_at_existing(target);
+    if (!split) {
+        return std::nullopt;
+    }
+    KeyPlace place{split->existing, components(split->rest), {}, {}};
     if (!place.missing.empty()) {
         place.name = place.missing.back();
         place.missing.pop_back();
@@ -255,8 +248,8 @@ std::string key_install_target(const std::string& source, const std::string& des
 
 ExitStatus key_install_verify(const char* source, const char* dest) {
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
-        return ST_BAD_PATH;
+    if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
+        return st;
     }
     if (!starts_with(d, paths::home_prefix)) {
         return invalid_destination(dest);
@@ -278,8 +271,8 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
 
 ExitStatus key_install_file(int id, const char* source, const char* dest) {
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
-        return ST_BAD_PATH;
+    if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
+        return st;
     }
     const std::string target = key_install_target(source, d);
     const std::optional<KeyPlace> place = key_place(target);
