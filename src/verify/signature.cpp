@@ -1,13 +1,11 @@
 // Verifying a file's detached signature against the terminal's trusted signer certificates.
 #include "verify/signature.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -16,6 +14,7 @@
 #include <openssl/pem.h>
 
 #include "base/caller.hpp"
+#include "base/dir_entries.hpp"
 #include "base/io.hpp"
 #include "base/ossl.hpp"
 #include "base/paths.hpp"
@@ -89,16 +88,10 @@ void list_dir(const char* dir, const char* skip, CandidateDir& cache) {
         return;
     }
     cache = CandidateDir{};
-    DirPtr d(opendir(dir));
-    cache.listed = static_cast<bool>(d);
-    while (d) {
-        const dirent* e = readdir(d.get());
-        if (e == nullptr) {
-            break;
-        }
-        const char* name = e->d_name;
-        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 ||
-            (skip != nullptr && std::strcmp(name, skip) == 0) || std::strlen(name) > 256) {
+    const std::optional<std::vector<std::string>> names = dir_entries(dir);
+    cache.listed = names.has_value();
+    for (const std::string& name : names.value_or(std::vector<std::string>{})) {
+        if (skip != nullptr && name == skip) {
             continue;
         }
         cache.entries.push_back(Candidate{std::string(dir) + name, Read::unread, nullptr, nullptr, {}});
