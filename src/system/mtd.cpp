@@ -28,14 +28,7 @@ std::optional<std::string> read_table() {
     if (!fd) {
         return std::nullopt;
     }
-    std::string text;
-    char buf[io_block];
-    std::size_t n;
-    do {
-        n = read_full(fd.get(), buf, sizeof buf);
-        text.append(buf, n);
-    } while (n == sizeof buf);
-    return text;
+    return read_to_end(fd.get());
 }
 
 // Prints the reason and gives nothing when the partition cannot be found. A device the caller
