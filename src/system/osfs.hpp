@@ -3,7 +3,7 @@
 
 #include "base/status.hpp"
 
-// 0 when "/usr/local/" is now writable; nonzero otherwise. Prints nothing.
+// ST_OK when "/usr/local/" is now writable, ST_FAILURE otherwise. Prints nothing.
 [[nodiscard]] ExitStatus sys_unlock_osfs();
 // Back to read-only; the result is ignored by design.
 void sys_lock_osfs();
