@@ -61,6 +61,8 @@ private:
 [[nodiscard]] UniqueFd caller_open(const char* path, int flags = 0);
 // Holds a directory the caller named, as a path descriptor, if the caller could reach it.
 [[nodiscard]] UniqueFd caller_open_dir(const char* path);
+// lstat(2) and unlink(2) with the caller's rights, answering as those calls do: 0, or -1 with
+// errno set.
 [[nodiscard]] int caller_lstat(const char* path, struct stat* st);
 [[nodiscard]] bool caller_access(const char* path, int mode);
 [[nodiscard]] int caller_unlink(const char* path);

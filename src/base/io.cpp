@@ -21,6 +21,17 @@ std::size_t read_full(int fd, void* buf, std::size_t count) {
     return done;
 }
 
+std::string read_to_end(int fd) {
+    std::string text;
+    char buf[io_block];
+    std::size_t n;
+    do {
+        n = read_full(fd, buf, sizeof buf);
+        text.append(buf, n);
+    } while (n == sizeof buf);
+    return text;
+}
+
 std::size_t write_full(int fd, const void* buf, std::size_t count) {
     const auto* p = static_cast<const char*>(buf);
     std::size_t done = 0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 inline constexpr std::size_t io_block = 4096;
 
@@ -12,5 +13,8 @@ inline constexpr std::size_t io_bulk_block = std::size_t{256} * 1024;
 
 // Bytes read: fewer than count only at end of file or on an error.
 [[nodiscard]] std::size_t read_full(int fd, void* buf, std::size_t count);
+// Everything left to read on fd, for small files such as kernel tables; a read error ends the
+// text where it happened.
+[[nodiscard]] std::string read_to_end(int fd);
 // Bytes written: fewer than count only on an error.
 [[nodiscard]] std::size_t write_full(int fd, const void* buf, std::size_t count);

@@ -51,21 +51,49 @@ bool path_has_bad_component(const std::string& dest) {
     return false;
 }
 
-bool path_stays_inside(const std::string& full, const std::string& area) {
-    std::string existing = dir_part(full);
-    std::string rest = full.substr(existing.size());
+ExitStatus dest_names_directory(const std::string& dest) {
+    return dest.find('/') == std::string::npos ? ST_BAD_PATH : ST_OK;
+}
+
+std::optional<PathSplit> split_at_existing(const std::string& full) {
+    std::string existing = full;
     struct stat st {};
-    while (existing.size() > 1) {
-        std::string probe = existing.substr(0, existing.size() - 1);
-        if (lstat(probe.c_str(), &st) == 0) {
-            break;
+    for (;;) {
+        const std::size_t pos = existing.rfind('/');
+        if (pos == std::string::npos) {
+            return std::nullopt;
         }
-        std::string up = dir_part(probe);
-        rest.insert(0, 1, '/').insert(0, probe, up.size());
-        existing = up;
+        existing.resize(pos);
+        if (lstat(existing.empty() ? "/" : existing.c_str(), &st) == 0) {
+            return PathSplit{existing, full.substr(pos + 1)};
+        }
     }
-    // A dangling link cannot be shown to stay inside, so it does not.
-    std::optional<std::string> real = resolve_path(existing);
+}
+
+std::vector<std::string> path_components(const std::string& path) {
+    std::vector<std::string> out;
+    std::size_t start = 0;
+    while (start <= path.size()) {
+        std::size_t end = path.find('/', start);
+        if (end == std::string::npos) {
+            end = path.size();
+        }
+        if (end > start) {
+            out.push_back(path.substr(start, end - start));
+        }
+        start = end + 1;
+    }
+    return out;
+}
+
+bool path_stays_inside(const std::string& full, const std::string& area) {
+    const std::optional<PathSplit> split = split_at_existing(full);
+    if (!split) {
+        return false;
+    }
+    // With its final "/", an entry that is no directory does not resolve. A dangling link cannot
+    // be shown to stay inside either, so neither does.
+    std::optional<std::string> real = resolve_path(split->existing + "/");
     if (!real) {
         return false;
     }
@@ -73,7 +101,7 @@ bool path_stays_inside(const std::string& full, const std::string& area) {
     if (result.back() != '/') {
         result += '/';
     }
-    result += rest;
+    result += split->rest;
     return starts_with(result, area.c_str());
 }
 

@@ -4,10 +4,27 @@
 
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "base/status.hpp"
 
 // The installed path: a destination ending in "/" names a directory and gets the source's base
 // name; any other destination is the path itself.
 [[nodiscard]] std::string install_full_path(const std::string& source, const std::string& dest);
+
+// A destination must name its directory: ST_BAD_PATH, silently, when dest has no "/".
+[[nodiscard]] ExitStatus dest_names_directory(const std::string& dest);
+
+// Where a path meets the existing tree: the deepest entry on its way that exists (the path itself
+// never counts; without its final "/", so empty for the root) and the components below it.
+struct PathSplit {
+    std::string existing;
+    std::string rest;
+};
+[[nodiscard]] std::optional<PathSplit> split_at_existing(const std::string& full);
+
+// The non-empty components of path, in order: "/a//b/" gives "a" and "b".
+[[nodiscard]] std::vector<std::string> path_components(const std::string& path);
 
 // True when dest has an empty, "." or ".." component (a final "/" is allowed) (D7).
 [[nodiscard]] bool path_has_bad_component(const std::string& dest);

@@ -1,7 +1,6 @@
 // Placing certificates into the certificate store.
 #include "certs/cert_install.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -9,7 +8,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -17,6 +15,7 @@
 #include <openssl/pem.h>
 
 #include "base/caller.hpp"
+#include "base/dir_entries.hpp"
 #include "base/fd.hpp"
 #include "base/ossl.hpp"
 #include "base/paths.hpp"
@@ -29,10 +28,7 @@
 
 namespace {
 
-
 constexpr mode_t installed_cert_mode = 0444;
-// Longer entry names are not certificates this program placed.
-constexpr std::size_t max_entry_name = 256;
 
 // Nobody may sign with these through a certificate placed in the store.
 bool reserved_cn(const std::string& cn) {
@@ -50,17 +46,12 @@ bool write_pem(int fd, const X509* cert) {
 
 // Another stored certificate under the same common name would make signers ambiguous.
 ExitStatus scan_for_cn(const std::string& cn) {
-    DirPtr dir(opendir(paths::cert_store));
-    if (!dir) {
+    const std::optional<std::vector<std::string>> names = dir_entries(paths::cert_store);
+    if (!names) {
         std::puts("FATAL: Directory listing failed.");
         return ST_FAILURE;
     }
-    while (const dirent* e = readdir(dir.get())) {
-        const char* name = e->d_name;
-        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 ||
-            std::strlen(name) > max_entry_name) {
-            continue;
-        }
+    for (const std::string& name : *names) {
         const std::string entry = std::string(paths::cert_store) + name;
         std::string stored;
         if (ExitStatus st = cert_read_cn(entry.c_str(), stored); st != ST_OK) {
@@ -167,7 +158,7 @@ ExitStatus cert_install(const char* path, const X509* cert) {
     return write_store_file(destination, cert, group);
 }
 
-int cmd_cert_install_check(int /*argc*/, char** argv) {
+ExitStatus cmd_cert_install_check(int /*argc*/, char** argv) {
     const char* source = argv[2];
     X509Ptr cert;
     if (ExitStatus st = cert_verify(source, OpenAs::caller, cert); st != ST_OK) {
@@ -181,7 +172,7 @@ int cmd_cert_install_check(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_cert_install(int /*argc*/, char** argv) {
+ExitStatus cmd_cert_install(int /*argc*/, char** argv) {
     const char* source = argv[2];
     X509Ptr cert;
     if (ExitStatus st = verify_offered(source, cert); st != ST_OK) {
@@ -191,7 +182,7 @@ int cmd_cert_install(int /*argc*/, char** argv) {
     if (ExitStatus st = cert_install_verify(source, cert.get(), cn); st != ST_OK) {
         return st;
     }
-    if (int st = cert_adduser_cn(cn); st != ST_OK) {
+    if (ExitStatus st = cert_adduser_cn(cn); st != ST_OK) {
         std::printf("Failed to add user for certificate: %s.\n", source);
         return st;
     }

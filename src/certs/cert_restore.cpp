@@ -37,7 +37,7 @@ constexpr Restorable terminal{"TerminalCert", paths::terminal_cert, paths::termi
 
 // /tmp belongs to everyone, so the temporary lives in the run's own directory, where nothing a
 // local user planted can redirect the write or stand in its way (D19).
-int write_temporary(const std::string& path, const std::string& bytes) {
+ExitStatus write_temporary(const std::string& path, const std::string& bytes) {
     if (path.empty()) {
         return ST_FAILURE;
     }
@@ -47,7 +47,7 @@ int write_temporary(const std::string& path, const std::string& bytes) {
 }
 
 // The certificate goes through the ordinary installation, with every check it makes.
-int install_temporary(const std::string& path) {
+ExitStatus install_temporary(const std::string& path) {
     std::string name = "orvin-auth";
     std::string option = "--install-cert";
     std::string file = path;
@@ -56,7 +56,7 @@ int install_temporary(const std::string& path) {
 }
 
 // A value that is absent or malformed leaves the certificate missing; that is not an error.
-int restore(const Restorable& cert) {
+ExitStatus restore(const Restorable& cert) {
     std::optional<std::string> line;
     if (sys_nvram_get(cert.nvram_key, line) != ST_OK) {
         return ST_FAILURE;
@@ -69,7 +69,7 @@ int restore(const Restorable& cert) {
         return ST_OK;
     }
     const std::string temporary = private_tmp_path(cert.name);
-    if (int st = write_temporary(temporary, *bytes); st != ST_OK) {
+    if (ExitStatus st = write_temporary(temporary, *bytes); st != ST_OK) {
         return st;
     }
     return install_temporary(temporary);
@@ -92,26 +92,26 @@ std::optional<std::string> cert_from_nvram_line(std::string line) {
     return line;
 }
 
-int keys_init_cert() {
+ExitStatus keys_init_cert() {
     if (!stored(prod_sign)) {
-        if (int st = restore(prod_sign); st != ST_OK) {
+        if (ExitStatus st = restore(prod_sign); st != ST_OK) {
             return st;
         }
-        orvin_rki_ca = orvin_rki_ca_check();
+        orvin_rki_ca = prod_sign_from_key_signing() ? 0 : 1;
     }
     if (!stored(terminal)) {
-        if (int st = restore(terminal); st != ST_OK) {
+        if (ExitStatus st = restore(terminal); st != ST_OK) {
             return st;
         }
     }
     return ST_OK;
 }
 
-int orvin_rki_ca_check() {
-    const CertFile file = cert_read_file(paths::prod_sign_cert, OpenAs::root);
-    if (file.status != ST_OK) {
-        return 1;
+bool prod_sign_from_key_signing() {
+    const Result<X509Ptr> file = cert_read_file(paths::prod_sign_cert, OpenAs::root);
+    if (file.status() != ST_OK) {
+        return false;
     }
-    const std::optional<std::string> issuer = x509_issuer_cn(file.cert.get());
-    return issuer && *issuer == "KeySigning" ? 0 : 1;
+    const std::optional<std::string> issuer = x509_issuer_cn(file->get());
+    return issuer && *issuer == "KeySigning";
 }

@@ -4,13 +4,15 @@
 #include <optional>
 #include <string>
 
+#include "base/status.hpp"
+
 // Puts "prod-sign.crt" and "terminal.crt" back into the store from nvram when missing; recomputes
 // orvin_rki_ca after a production-signing restore attempt. 0, or the first failed step's status.
-[[nodiscard]] int keys_init_cert();
+[[nodiscard]] ExitStatus keys_init_cert();
 
-// 0 when the stored production-signing certificate was issued by "KeySigning", else 1. Prints and
-// changes nothing.
-[[nodiscard]] int orvin_rki_ca_check();
+// Whether the stored production-signing certificate was issued by "KeySigning", which decides the
+// trust anchor (orvin_rki_ca is 0 exactly then). Prints and changes nothing.
+[[nodiscard]] bool prod_sign_from_key_signing();
 
 // The certificate file's bytes from an nvram line (its last character is the line end), or
 // nothing for a value that is passed over: 4096 characters or more, odd length, not hexadecimal.

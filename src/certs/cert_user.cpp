@@ -59,11 +59,11 @@ constexpr const char* screens_partition = "screens";
 
 // An existing account is left alone, password included: only a new one gets its password cleared,
 // and only on a terminal with a serial console login.
-int ensure_account() {
+ExitStatus ensure_account() {
     if (getpwnam(ids::app_user_name) != nullptr) {
         return ST_OK;
     }
-    if (int st = sys_adduser(ids::app_user_name); st != ST_OK) {
+    if (ExitStatus st = sys_adduser(ids::app_user_name); st != ST_OK) {
         return st;
     }
     if (get_mode() == 1) {
@@ -72,12 +72,12 @@ int ensure_account() {
     return ST_OK;
 }
 
-int grant_devices() {
+ExitStatus grant_devices() {
     for (const DeviceGrant& d : device_grants) {
         if (!caller_access(d.path, F_OK)) {
             continue;
         }
-        const int st = d.grant == Grant::led ? set_led_permissions(d.path)
+        const ExitStatus st = d.grant == Grant::led ? set_led_permissions(d.path)
                                              : sys_chown(d.path, ids::root, ids::app_group);
         if (st != ST_OK) {
             return st;
@@ -86,9 +86,9 @@ int grant_devices() {
     return ST_OK;
 }
 
-int grant_screens() {
+ExitStatus grant_screens() {
     std::string device;
-    if (int st = get_mtd(screens_partition, device); st != ST_OK) {
+    if (ExitStatus st = get_mtd(screens_partition, device); st != ST_OK) {
         return st;
     }
     return sys_chown(device.c_str(), ids::root, ids::app_group);
@@ -96,22 +96,22 @@ int grant_screens() {
 
 }  // namespace
 
-int cert_adduser(const char* path) {
+ExitStatus cert_adduser(const char* path) {
     std::string cn;
-    if (int st = cert_read_cn(path, cn); st != ST_OK) {
+    if (ExitStatus st = cert_read_cn(path, cn); st != ST_OK) {
         return st;
     }
     return cert_adduser_cn(cn);
 }
 
-int cert_adduser_cn(const std::string& cn) {
+ExitStatus cert_adduser_cn(const std::string& cn) {
     if (cn != ids::app_user_name) {
         return ST_OK;
     }
-    if (int st = ensure_account(); st != ST_OK) {
+    if (ExitStatus st = ensure_account(); st != ST_OK) {
         return st;
     }
-    if (int st = grant_devices(); st != ST_OK) {
+    if (ExitStatus st = grant_devices(); st != ST_OK) {
         return st;
     }
     return grant_screens();

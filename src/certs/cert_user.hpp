@@ -5,13 +5,15 @@
 
 #include <string>
 
+#include "base/status.hpp"
+
 // Applies the user rule to the certificate in path (a stored certificate, read with root's
 // rights): 0, or the status of the first failed step.
-[[nodiscard]] int cert_adduser(const char* path);
+[[nodiscard]] ExitStatus cert_adduser(const char* path);
 
 // The rule itself for a common name already read: nothing for any name but "main-user"; for it,
 // the account when missing and the device grants.
-[[nodiscard]] int cert_adduser_cn(const std::string& cn);
+[[nodiscard]] ExitStatus cert_adduser_cn(const std::string& cn);
 
 // One step of the certificate sweep (walk_tree): verifies a stored certificate, deletes it when
 // it does not verify, applies the user rule when it does. 0 to go on, 1 to stop the walk.

@@ -1,5 +1,7 @@
 // Handlers of the certificate subsystem.
 #pragma once
 
-int cmd_cert_install_check(int argc, char** argv);
-int cmd_cert_install(int argc, char** argv);
+#include "base/status.hpp"
+
+[[nodiscard]] ExitStatus cmd_cert_install_check(int argc, char** argv);
+[[nodiscard]] ExitStatus cmd_cert_install(int argc, char** argv);

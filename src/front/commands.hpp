@@ -3,13 +3,15 @@
 
 #include <array>
 
+#include "base/status.hpp"
+
 struct CommandEntry {
     const char* option;
     int hidden;
     int min_args;
     int max_args;
     const char* params;
-    int (*handler)(int argc, char** argv);
+    ExitStatus (*handler)(int argc, char** argv);
 };
 
 inline constexpr std::size_t command_count = 28;

@@ -45,8 +45,8 @@ bool trust_anchors_readable() {
 // The anchor must match the installed production-signing certificate before anything is
 // verified against it.
 bool certificate_store_valid() {
-    orvin_rki_ca = orvin_rki_ca_check();
-    return walk_tree(paths::cert_store, ftw_process_certs) == 0;
+    orvin_rki_ca = prod_sign_from_key_signing() ? 0 : 1;
+    return walk_tree(paths::cert_store, ftw_process_certs) == ST_OK;
 }
 
 bool tools_present() {
@@ -61,7 +61,7 @@ bool tools_present() {
 
 }  // namespace
 
-int consistency_check() {
+ExitStatus consistency_check() {
     if (state_dir_ready() && trust_anchors_readable() && certificate_store_valid() &&
         tools_present()) {
         return ST_OK;

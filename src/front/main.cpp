@@ -15,10 +15,10 @@ namespace {
 
 constexpr const char* program_name = "orvin-auth";
 
-int run(int argc, char** argv) {
+ExitStatus run(int argc, char** argv) {
     openlog(program_name, 0, LOG_LOCAL0);
     std::puts("\nOrvin Authentication and Installation Tool.");
-    if (int st = consistency_check(); st != ST_OK) {
+    if (ExitStatus st = consistency_check(); st != ST_OK) {
         return st;
     }
     if (const CommandEntry* row = find_command(argc, argv)) {
@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
         return ST_BAD_ARGUMENT;
     }
     process_lock_run();
-    int status = ST_FAILURE;
+    ExitStatus status = ST_FAILURE;
     try {
         status = run(argc, argv);
     } catch (const std::bad_alloc&) {

@@ -47,22 +47,6 @@ ExitStatus set_owner_and_mode(const StagedFile& f, const Ownership& owner, mode_
     return ST_OK;
 }
 
-// The deepest existing entry on the way to full, and the components below it.
-std::optional<std::pair<std::string, std::string>> split_existing(const std::string& full) {
-    std::string existing = full;
-    struct stat st {};
-    for (;;) {
-        auto pos = existing.rfind('/');
-        if (pos == std::string::npos) {
-            return std::nullopt;
-        }
-        existing.resize(pos);
-        if (lstat(existing.empty() ? "/" : existing.c_str(), &st) == 0) {
-            return std::make_pair(existing, full.substr(pos + 1));
-        }
-    }
-}
-
 bool create_directories(std::string existing, const std::string& remainder) {
     std::size_t start = 0;
     for (std::size_t end; (end = remainder.find('/', start)) != std::string::npos; start = end + 1) {
@@ -79,14 +63,14 @@ bool create_directories(std::string existing, const std::string& remainder) {
 
 // Installs the pair for the signer that file_verify found: the signature bytes it verified and a
 // copy of the data that must still carry them (D6, D17).
-ExitStatus file_install(const char* source, const char* dest, const SignerResult& signer) {
-    const std::string& cn = signer.cn;
+ExitStatus file_install(const char* source, const char* dest, const Result<Signer>& signer) {
+    const std::string& cn = signer->cn;
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
-        return ST_BAD_PATH;
+    if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
+        return st;
     }
     const std::string full = install_full_path(source, d);
-    auto parts = split_existing(full);
+    const std::optional<PathSplit> parts = split_at_existing(full);
     if (!parts) {
         return ST_FAILURE;
     }
@@ -112,14 +96,14 @@ ExitStatus file_install(const char* source, const char* dest, const SignerResult
         std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
-    if (!create_directories(parts->first, parts->second)) {
+    if (!create_directories(parts->existing, parts->rest)) {
         return ST_FAILURE;
     }
 
     // The signature goes first, so a data file never exists without one. It is the one that was
     // verified, not whatever the caller's ".sig" holds by now (D17).
     StagedFile sig_file(full_sig);
-    if (ExitStatus st = write_signature(signer.sig, full_sig, sig_file); st != ST_OK) {
+    if (ExitStatus st = write_signature(signer->sig, full_sig, sig_file); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = set_owner_and_mode(sig_file, owner, installed_sig_mode); st != ST_OK) {
@@ -155,30 +139,23 @@ ExitStatus file_install(const char* source, const char* dest, const SignerResult
     return ST_OK;
 }
 
-int cmd_file_install(int /*argc*/, char** argv) {
-    SignerResult signer = file_verify(argv[2]);
-    if (signer.status == ST_BAD_SIGNATURE) {
-        (void)file_sig_unlink(argv[2]);
-        return ST_BAD_SIGNATURE;
+ExitStatus cmd_file_install(int /*argc*/, char** argv) {
+    Result<Signer> signer = file_verify_or_reject(argv[2]);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    if (!signer.verified()) {
-        return signer.status;
-    }
-    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer.cn); st != ST_OK) {
+    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer->cn); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = file_install(argv[2], argv[3], signer); st != ST_OK) {
         // Bytes that changed under us after the check are as good as badly signed (D6).
-        if (st == ST_BAD_SIGNATURE) {
-            (void)file_sig_unlink(argv[2]);
-        }
-        return st;
+        return reject_on_bad_signature(st, argv[2]);
     }
     std::puts("Signed file installed.");
     return ST_OK;
 }
 
-int cmd_file_remove(int /*argc*/, char** argv) {
+ExitStatus cmd_file_remove(int /*argc*/, char** argv) {
     Result<NamedEntry> entry = file_access_verify(argv[2]);
     if (!entry.ok()) {
         return entry.status();
@@ -202,7 +179,7 @@ int cmd_file_remove(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_file_rename(int /*argc*/, char** argv) {
+ExitStatus cmd_file_rename(int /*argc*/, char** argv) {
     Result<NamedEntry> entry = file_access_verify(argv[2]);
     if (!entry.ok()) {
         return entry.status();

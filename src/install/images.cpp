@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <string>
 
@@ -14,6 +13,7 @@
 #include "install/staged_copy.hpp"
 #include "system/flag.hpp"
 #include "system/mtd.hpp"
+#include "system/private_tmp.hpp"
 #include "system/staged_file.hpp"
 #include "system/tools.hpp"
 #include "verify/delete.hpp"
@@ -37,115 +37,85 @@ ExitStatus file_verify_image_file(const char* path) {
     return ST_OK;
 }
 
-// A root-only copy of the offered image, from which the flash tools read. The copy itself is
-// judged: its signature against the first 256 bytes of the offered ".sig", read once, by the
-// signer that was accepted, and its size where one is required. So what reaches the partition is
-// what was verified, whatever the caller swaps in meanwhile (D6, D17).
-class ImageSnapshot {
-public:
-    ImageSnapshot() : dir_(paths::image_staging) {
-        if (mkdtemp(dir_.data()) == nullptr) {
-            dir_.clear();
-        }
+// The root-only copy of the offered image that the flash tools read. The copy itself is judged:
+// its signature against the first 256 bytes of the offered ".sig", read once, by the signer that
+// was accepted, and its size where one is required. So what reaches the partition is what was
+// verified, whatever the caller swaps in meanwhile (D6, D17).
+ExitStatus snapshot_verified(const char* source, const std::string& image, const std::string& cn,
+                             std::optional<off_t> required_size) {
+    Signature sig{};
+    if (ExitStatus st = sig_read(std::string(source) + ".sig", sig); st != ST_OK) {
+        return st;
     }
-    ~ImageSnapshot() {
-        if (!dir_.empty()) {
-            unlink(path().c_str());
-            rmdir(dir_.c_str());
-        }
+    StagedFile staged(image);
+    Digest digest{};
+    if (ExitStatus st = copy_into(source, image, staged, &digest); st != ST_OK) {
+        return st;
     }
-    ImageSnapshot(const ImageSnapshot&) = delete;
-    ImageSnapshot& operator=(const ImageSnapshot&) = delete;
-
-    [[nodiscard]] std::string path() const { return dir_ + "/image"; }
-
-    [[nodiscard]] ExitStatus take(const char* source, const std::string& cn,
-                                  std::optional<off_t> required_size) {
-        if (dir_.empty()) {
-            std::printf("FATAL: Failed to create output file: %s\n", paths::image_staging);
-            return ST_FAILURE;
-        }
-        Signature sig{};
-        if (ExitStatus st = sig_read(std::string(source) + ".sig", sig); st != ST_OK) {
-            return st;
-        }
-        const std::string image = path();
-        StagedFile staged(image);
-        Digest digest{};
-        if (ExitStatus st = copy_into(source, image, staged, &digest); st != ST_OK) {
-            return st;
-        }
-        struct stat copied {};
-        if (fstat(staged.fd(), &copied) != 0) {
-            std::puts("FATAL: Failed to obtain file information.");
-            return ST_FAILURE;
-        }
-        const SignerResult signer = sig_find_signer(digest, sig);
-        if (!signer.verified()) {
-            return signer.status;
-        }
-        if (signer.cn != cn) {
-            std::puts("Signature check failed.");
-            return ST_BAD_SIGNATURE;
-        }
-        if (required_size && copied.st_size != *required_size) {
-            std::puts("Invalid image file.");
-            return ST_BAD_ARGUMENT;
-        }
-        if (!staged.publish(image)) {
-            std::printf("FATAL: Failed to create output file: %s\n", image.c_str());
-            return ST_FAILURE;
-        }
-        return ST_OK;
+    struct stat copied {};
+    if (fstat(staged.fd(), &copied) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
+        return ST_FAILURE;
     }
-
-private:
-    std::string dir_;
-};
-
-// The signature check of the image commands; a refused image goes with its signature as far as
-// the caller could delete them (D2) when the command installs.
-SignerResult image_signer(const char* path, bool delete_rejected) {
-    SignerResult signer = file_verify(path);
-    if (signer.status == ST_BAD_SIGNATURE && delete_rejected) {
-        (void)file_sig_unlink(path);
+    const Result<Signer> signer = sig_find_signer(digest, sig);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    return signer;
-}
-
-ExitStatus os_update_steps(const char* image) {
-    SignerResult signer = file_verify(image);
-    if (signer.status != ST_OK && signer.status != ST_BAD_SIGNATURE) {
-        return signer.status;
+    if (signer->cn != cn) {
+        std::puts("Signature check failed.");
+        return ST_BAD_SIGNATURE;
     }
-    if (signer.verified() && signer.cn != os_signer) {
-        std::printf("Invalid signature: %s.\n", signer.cn.c_str());
-        signer.status = ST_BAD_SIGNATURE;
+    if (required_size && copied.st_size != *required_size) {
+        std::puts("Invalid image file.");
+        return ST_BAD_ARGUMENT;
     }
-    ImageSnapshot snapshot;
-    if (signer.verified()) {
-        signer.status = snapshot.take(image, signer.cn, std::nullopt);
-    }
-    if (signer.status == ST_BAD_SIGNATURE) {
-        (void)file_sig_unlink(image);
-    }
-    if (!signer.verified()) {
-        return signer.status;
-    }
-    if (sys_nandwrite(paths::mtd_os_update, snapshot.path().c_str()) != ST_OK) {
+    if (!staged.publish(image)) {
+        std::printf("FATAL: Failed to create output file: %s\n", image.c_str());
         return ST_FAILURE;
     }
     return ST_OK;
 }
 
+// The step both image commands end with: snapshot the image the accepted signer signed and write
+// the snapshot into the partition. A snapshot whose signature fails takes the offered image and
+// its signature with it, as the first check would have (D2).
+ExitStatus write_verified_image(const char* source, const std::string& cn,
+                                std::optional<off_t> required_size, const char* partition) {
+    PrivateTmp tmp;
+    if (!tmp.valid()) {
+        std::printf("FATAL: Failed to create output file: %s\n", paths::private_tmp_template);
+        return ST_FAILURE;
+    }
+    const std::string image = tmp.path("image");
+    if (ExitStatus st = snapshot_verified(source, image, cn, required_size); st != ST_OK) {
+        return reject_on_bad_signature(st, source);
+    }
+    if (sys_nandwrite(partition, image.c_str()) != ST_OK) {
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
+ExitStatus os_update_steps(const char* image) {
+    Result<Signer> signer = file_verify_or_reject(image);
+    if (!signer.ok()) {
+        return signer.status();
+    }
+    if (signer->cn != os_signer) {
+        std::printf("Invalid signature: %s.\n", signer->cn.c_str());
+        return reject_on_bad_signature(ST_BAD_SIGNATURE, image);
+    }
+    return write_verified_image(image, signer->cn, std::nullopt, paths::mtd_os_update);
+}
+
 }  // namespace
 
-int cmd_image_install_check(int, char** argv) {
+ExitStatus cmd_image_install_check(int, char** argv) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
-    if (SignerResult signer = image_signer(argv[2], false); !signer.verified()) {
-        return signer.status;
+    if (Result<Signer> signer = file_verify(argv[2]); !signer.ok()) {
+        return signer.status();
     }
     if (ExitStatus st = file_verify_image_file(argv[2]); st != ST_OK) {
         return st;
@@ -154,32 +124,26 @@ int cmd_image_install_check(int, char** argv) {
     return ST_OK;
 }
 
-int cmd_image_install(int, char** argv) {
+ExitStatus cmd_image_install(int, char** argv) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
-    SignerResult signer = image_signer(argv[2], true);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = file_verify_or_reject(argv[2]);
+    if (!signer.ok()) {
+        return signer.status();
     }
     if (ExitStatus st = file_verify_image_file(argv[2]); st != ST_OK) {
         return st;
     }
-    ImageSnapshot snapshot;
-    if (ExitStatus st = snapshot.take(argv[2], signer.cn, screen_image_size); st != ST_OK) {
-        if (st == ST_BAD_SIGNATURE) {
-            (void)file_sig_unlink(argv[2]);
-        }
+    if (ExitStatus st = write_verified_image(argv[2], signer->cn, screen_image_size, paths::mtd_screens);
+        st != ST_OK) {
         return st;
-    }
-    if (sys_nandwrite(paths::mtd_screens, snapshot.path().c_str()) != ST_OK) {
-        return ST_FAILURE;
     }
     std::puts("Image file installed.");
     return ST_OK;
 }
 
-int cmd_os_update(int, char** argv) {
+ExitStatus cmd_os_update(int, char** argv) {
     syslog(LOG_INFO, "Request for os_update");
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         syslog(LOG_INFO, "failed to process os_update request. Access denied");

@@ -17,6 +17,7 @@
 #include "base/caller.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
+#include "install/handlers.hpp"
 #include "verify/signature.hpp"
 
 namespace {
@@ -56,8 +57,8 @@ Result<NamedEntry> hold_parent(const char* path) {
 
 ExitStatus file_install_verify(const char* source, const char* dest, const std::string& cn) {
     const std::string d(dest);
-    if (d.find('/') == std::string::npos) {
-        return ST_BAD_PATH;
+    if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
+        return st;
     }
     const std::string signer_dir = std::string(paths::usr_local) + cn + "/";
     const bool in_shared = starts_with(d, paths::shared_area);
@@ -80,12 +81,12 @@ ExitStatus file_install_verify(const char* source, const char* dest, const std::
     return ST_OK;
 }
 
-int cmd_file_install_check(int /*argc*/, char** argv) {
-    SignerResult signer = file_verify(argv[2]);
-    if (!signer.verified()) {
-        return signer.status;
+ExitStatus cmd_file_install_check(int /*argc*/, char** argv) {
+    Result<Signer> signer = file_verify(argv[2]);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer.cn); st != ST_OK) {
+    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer->cn); st != ST_OK) {
         return st;
     }
     std::puts("Signed file can be installed.");

@@ -25,4 +25,3 @@ struct NamedEntry {
 [[nodiscard]] Result<NamedEntry> file_access_verify(const char* path);
 // Does the new name stay in the directory that holds the source?
 [[nodiscard]] ExitStatus file_rename_verify(const NamedEntry& source, const char* new_name);
-

@@ -66,7 +66,7 @@ ExitStatus write_signature(const Signature& sig, const std::string& dest, const 
     return ST_OK;
 }
 
-ExitStatus check_staged(const Digest& digest, const SignerResult& signer) {
+ExitStatus check_staged(const Digest& digest, const Result<Signer>& signer) {
     if (!sig_matches(signer, digest)) {
         std::puts("Signature check failed.");
         return ST_BAD_SIGNATURE;
@@ -82,11 +82,11 @@ ExitStatus recheck_staged(const Digest& digest, const std::string& staged_sig,
         std::printf("Failed to read the signature file: %s\n", staged_sig.c_str());
         return ST_FAILURE;
     }
-    SignerResult signer = sig_find_signer(digest, sig);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = sig_find_signer(digest, sig);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    if (signer.cn != cn) {
+    if (signer->cn != cn) {
         std::puts("Signature check failed.");
         return ST_BAD_SIGNATURE;
     }

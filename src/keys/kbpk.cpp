@@ -70,11 +70,11 @@ ExitStatus kbpk_bytes_signed(const char* path, const KbpkFile& bytes, std::uint1
         std::puts("FATAL: OpenSSL failure.");
         return ST_FAILURE;
     }
-    SignerResult signer = sig_find_signer(digest, sig);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = sig_find_signer(digest, sig);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    if (kbpk_signer_flags(signer.cn) != flags) {
+    if (kbpk_signer_flags(signer->cn) != flags) {
         std::puts("Signature check failed.");
         return ST_BAD_SIGNATURE;
     }

@@ -12,17 +12,6 @@
 
 namespace {
 
-// The signer of a file an installing command was given; a bad signature deletes the file with its
-// signature, as far as the caller could delete them (D2). A refused deletion has printed its line
-// and changes no status.
-SignerResult kbpk_file_signer(const char* path) {
-    SignerResult signer = file_verify(path);
-    if (signer.status == ST_BAD_SIGNATURE) {
-        (void)file_sig_unlink(path);
-    }
-    return signer;
-}
-
 // The file's shape, then the device; bytes that no longer carry the accepted signer when they are
 // sent (D6) go like any rejected file.
 ExitStatus kbpk_file_send(const char* path, int id, std::uint16_t flags,
@@ -30,11 +19,7 @@ ExitStatus kbpk_file_send(const char* path, int id, std::uint16_t flags,
     if (ExitStatus st = file_verify_kbpk_file(path); st != ST_OK) {
         return st;
     }
-    ExitStatus st = send(id, flags, path);
-    if (st == ST_BAD_SIGNATURE) {
-        (void)file_sig_unlink(path);
-    }
-    return st;
+    return reject_on_bad_signature(send(id, flags, path), path);
 }
 
 void print_invalid_signer(const std::string& role) {
@@ -43,7 +28,7 @@ void print_invalid_signer(const std::string& role) {
 
 }  // namespace
 
-int cmd_kbpk_install_check(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_install_check(int /*argc*/, char** argv) {
     const Result<int> started = acquirer_command_start(argv[2]);
     if (!started.ok()) {
         return started.status();
@@ -52,12 +37,12 @@ int cmd_kbpk_install_check(int /*argc*/, char** argv) {
     if (kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
-    SignerResult signer = file_verify(argv[3]);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = file_verify(argv[3]);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    if (!kbpk_signer_flags(signer.cn)) {
-        print_invalid_signer(signer.cn);
+    if (!kbpk_signer_flags(signer->cn)) {
+        print_invalid_signer(signer->cn);
         return ST_BAD_SIGNATURE;
     }
     if (ExitStatus st = file_verify_kbpk_file(argv[3]); st != ST_OK) {
@@ -67,7 +52,7 @@ int cmd_kbpk_install_check(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_kbpk_install(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
     const Result<int> started = acquirer_command_start(argv[2]);
     if (!started.ok()) {
         return started.status();
@@ -76,14 +61,14 @@ int cmd_kbpk_install(int /*argc*/, char** argv) {
     if (kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
-    SignerResult signer = kbpk_file_signer(argv[3]);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = file_verify_or_reject(argv[3]);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer.cn);
+    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer->cn);
     if (!flags) {
-        print_invalid_signer(signer.cn);
-        (void)file_sig_unlink(argv[3]);
+        print_invalid_signer(signer->cn);
+        return reject_on_bad_signature(ST_BAD_SIGNATURE, argv[3]);
         return ST_BAD_SIGNATURE;
     }
     if (*flags & sapi::flag_pci_pin) {
@@ -96,7 +81,7 @@ int cmd_kbpk_install(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
     const Result<int> started = acquirer_command_start(argv[2]);
     if (!started.ok()) {
         return started.status();
@@ -105,20 +90,19 @@ int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
     if (!kbpk_exists(id)) {
         return ST_KBPK_PRESENCE;
     }
-    SignerResult signer = kbpk_file_signer(argv[3]);
-    if (!signer.verified()) {
-        return signer.status;
+    Result<Signer> signer = file_verify_or_reject(argv[3]);
+    if (!signer.ok()) {
+        return signer.status();
     }
-    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer.cn);
+    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer->cn);
     if (!flags) {
-        print_invalid_signer(signer.cn);
+        print_invalid_signer(signer->cn);
     }
     // A refused signer is reported as switching security off before the file goes.
     std::puts(flags && (*flags & sapi::flag_pci_pin) ? "PCI PIN security enabled."
                                                      : "PCI PIN security disabled.");
     if (!flags) {
-        (void)file_sig_unlink(argv[3]);
-        return ST_BAD_SIGNATURE;
+        return reject_on_bad_signature(ST_BAD_SIGNATURE, argv[3]);
     }
     if (ExitStatus st = kbpk_file_send(argv[3], id, *flags, kbpk_update_pci_pin_file);
         st != ST_OK) {
@@ -128,7 +112,7 @@ int cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_kbpk_remove(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_remove(int /*argc*/, char** argv) {
     const Result<int> started = acquirer_command_start(argv[2]);
     if (!started.ok()) {
         return started.status();
@@ -144,7 +128,7 @@ int cmd_kbpk_remove(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
+ExitStatus cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
     const Result<int> started = acquirer_command_start(argv[2]);
     if (!started.ok()) {
         return started.status();

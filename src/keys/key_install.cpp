@@ -19,7 +19,6 @@
 #include "base/io.hpp"
 #include "base/owners.hpp"
 #include "base/path_rules.hpp"
-#include "base/path_split.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
 #include "device/sapi.hpp"
@@ -52,11 +51,11 @@ struct KeyPlace {
 };
 
 std::optional<KeyPlace> key_place(const std::string& target) {
-    std::optional<PathSplit> split = path_split_existing(target);
+    const std::optional<PathSplit> split = split_at_existing(target);
     if (!split) {
         return std::nullopt;
     }
-    KeyPlace place{std::move(split->existing), std::move(split->rest), {}, {}};
+    KeyPlace place{split->existing, path_components(split->rest), {}, {}};
     if (!place.missing.empty()) {
         place.name = place.missing.back();
         place.missing.pop_back();
@@ -233,8 +232,8 @@ std::string key_install_target(const std::string& source, const std::string& des
 
 ExitStatus key_install_verify(const char* source, const char* dest) {
     const std::string d(dest);
-    if (!path_has_directory(d)) {
-        return ST_BAD_PATH;
+    if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
+        return st;
     }
     if (!starts_with(d, paths::home_prefix)) {
         return invalid_destination(dest);
@@ -256,8 +255,8 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
 
 ExitStatus key_install_file(int id, const char* source, const char* dest) {
     const std::string d(dest);
-    if (!path_has_directory(d)) {
-        return ST_BAD_PATH;
+    if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
+        return st;
     }
     const std::string target = key_install_target(source, d);
     const std::optional<KeyPlace> place = key_place(target);
@@ -295,7 +294,7 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     return opk_file_write(dir.get(), *place, target, reply->protected_key, group, st.st_mode);
 }
 
-int cmd_key_install_check(int /*argc*/, char** argv) {
+ExitStatus cmd_key_install_check(int /*argc*/, char** argv) {
     if (const Result<int> started = key_command_start(argv[2]); !started.ok()) {
         return started.status();
     }
@@ -306,7 +305,7 @@ int cmd_key_install_check(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-int cmd_key_install(int /*argc*/, char** argv) {
+ExitStatus cmd_key_install(int /*argc*/, char** argv) {
     const Result<int> started = key_command_start(argv[2]);
     if (!started.ok()) {
         return started.status();

@@ -107,17 +107,17 @@ ExitStatus terminal_key_from(std::string value, std::vector<std::uint8_t>& key) 
 }
 
 ExitStatus terminal_subject(std::string& subject) {
-    const CertFile file = cert_read_file(paths::terminal_cert, OpenAs::root);
-    if (file.status == ST_CERT_UNREADABLE) {
+    const Result<X509Ptr> file = cert_read_file(paths::terminal_cert, OpenAs::root);
+    if (file.status() == ST_CERT_UNREADABLE) {
         std::puts("FATAL: Failed to open certificate file.");
         return ST_CERT_UNREADABLE;
     }
-    if (file.status != ST_OK) {
+    if (file.status() != ST_OK) {
         std::puts("Failed to read certificate file.");
         return ST_CERT_INVALID;
     }
     const OpensslStringPtr text(
-        X509_NAME_oneline(X509_get_subject_name(file.cert.get()), nullptr, 0));
+        X509_NAME_oneline(X509_get_subject_name(file->get()), nullptr, 0));
     if (!text) {
         std::puts("FATAL: Out of memory.");
         return ST_FAILURE;
@@ -257,13 +257,13 @@ ExitStatus rate_limit_init() {
     return sapi_exchange(*request, sapi_reply_none).status();
 }
 
-int cmd_keys_init(int /*argc*/, char** /*argv*/) {
+ExitStatus cmd_keys_init(int /*argc*/, char** /*argv*/) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
     // Certificates first: the restore may bring back "terminal.crt" and decide the trust anchor
     // that the KBPK requests below carry in their flags.
-    if (const auto st = static_cast<ExitStatus>(keys_init_cert()); st != ST_OK) {
+    if (ExitStatus st = keys_init_cert(); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = keys_init_kbpk(); st != ST_OK) {

@@ -32,7 +32,7 @@ std::string find_dmesg() {
 
 }  // namespace
 
-int cmd_rate_limit_store(int, char**) {
+ExitStatus cmd_rate_limit_store(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
@@ -48,7 +48,7 @@ int cmd_rate_limit_store(int, char**) {
 // started is a failure. The log is taken without a shell, with the same effect (D5), into a fresh
 // root-owned file that then replaces the old one (D19); a file that cannot be made or put in
 // place is, as a failed redirection always was, no failure of the command.
-int cmd_dmesg_store(int, char**) {
+ExitStatus cmd_dmesg_store(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
@@ -57,7 +57,7 @@ int cmd_dmesg_store(int, char**) {
         return ST_OK;
     }
     const std::string dmesg = find_dmesg();
-    if (sys_run_tool_into(dmesg.c_str(), {"dmesg"}, out.fd(), ForkFailure::report) < 0) {
+    if (!sys_tool_started_into(dmesg.c_str(), {"dmesg"}, out.fd())) {
         std::puts("FATAL: Failed to execute dmesg");
         return ST_FAILURE;
     }

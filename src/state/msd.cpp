@@ -9,15 +9,14 @@
 namespace {
 
 [[nodiscard]] ExitStatus msd_mount_image() {
-    return static_cast<ExitStatus>(
-        sys_mount(msd::fs_type, msd::mount_options, paths::msd_image, paths::msd_mount_point));
+    return sys_mount(msd::fs_type, msd::mount_options, paths::msd_image, paths::msd_mount_point);
 }
 
 }  // namespace
 
 // 99 only says that a repair was attempted: the application looks at the image itself after it,
 // so neither the repair's nor the mount's result changes the answer.
-int cmd_msd_mount(int, char**) {
+ExitStatus cmd_msd_mount(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
@@ -29,7 +28,7 @@ int cmd_msd_mount(int, char**) {
     return ST_MSD_REPAIRED;
 }
 
-int cmd_msd_umount(int, char**) {
+ExitStatus cmd_msd_umount(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }

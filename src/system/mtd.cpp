@@ -28,14 +28,7 @@ std::optional<std::string> read_table() {
     if (!fd) {
         return std::nullopt;
     }
-    std::string text;
-    char buf[io_block];
-    std::size_t n;
-    do {
-        n = read_full(fd.get(), buf, sizeof buf);
-        text.append(buf, n);
-    } while (n == sizeof buf);
-    return text;
+    return read_to_end(fd.get());
 }
 
 // Prints the reason and gives nothing when the partition cannot be found. A device the caller
@@ -85,7 +78,7 @@ std::optional<MtdPartition> mtd_find(std::string_view table, std::string_view fr
     return std::nullopt;
 }
 
-int get_mtd(const char* fragment, std::string& device) {
+ExitStatus get_mtd(const char* fragment, std::string& device) {
     const std::optional<MtdPartition> part = find_partition(fragment, &device);
     if (!part) {
         return ST_FAILURE;
@@ -94,7 +87,7 @@ int get_mtd(const char* fragment, std::string& device) {
     return ST_OK;
 }
 
-int sys_nandwrite(const char* fragment, const char* image) {
+ExitStatus sys_nandwrite(const char* fragment, const char* image) {
     const std::optional<MtdPartition> part = find_partition(fragment, nullptr);
     if (!part) {
         return ST_FAILURE;

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/status.hpp"
+
 // One partition as "/proc/mtd" lists it: the device path and the length argument of the flash
 // tools ("0x" + at most 8 characters of the size field + "\n").
 struct MtdPartition {
@@ -17,7 +19,7 @@ struct MtdPartition {
 [[nodiscard]] std::optional<MtdPartition> mtd_find(std::string_view table, std::string_view fragment);
 
 // 0 with device = "/dev/<name>", or 9 after printing the reason.
-[[nodiscard]] int get_mtd(const char* fragment, std::string& device);
+[[nodiscard]] ExitStatus get_mtd(const char* fragment, std::string& device);
 
 // Erases the partition and writes the image into it; a failed erase stops the write (D9).
-[[nodiscard]] int sys_nandwrite(const char* fragment, const char* image);
+[[nodiscard]] ExitStatus sys_nandwrite(const char* fragment, const char* image);

@@ -15,15 +15,15 @@ constexpr unsigned long writable_flags = mount_magic | MS_REMOUNT;
 constexpr unsigned long readonly_flags = mount_magic | MS_REMOUNT | MS_RDONLY;
 static_assert(writable_flags == 0xC0ED0020UL && readonly_flags == 0xC0ED0021UL);
 
-int remount(unsigned long flags) {
+bool remount(unsigned long flags) {
     // Whatever was written must reach the flash before its mode changes.
     sync();
-    return mount(paths::osfs_device, paths::usr_local, paths::osfs_type, flags, "");
+    return mount(paths::osfs_device, paths::usr_local, paths::osfs_type, flags, "") == 0;
 }
 
 }  // namespace
 
-int sys_unlock_osfs() { return remount(writable_flags); }
+ExitStatus sys_unlock_osfs() { return remount(writable_flags) ? ST_OK : ST_FAILURE; }
 
 void sys_lock_osfs() {
     // A file system that stays writable is no reason to fail the change that was just made.

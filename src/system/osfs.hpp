@@ -1,8 +1,10 @@
 // Remounting the application file system writable for the moment of a change.
 #pragma once
 
-// 0 when "/usr/local/" is now writable; nonzero otherwise. Prints nothing.
-[[nodiscard]] int sys_unlock_osfs();
+#include "base/status.hpp"
+
+// ST_OK when "/usr/local/" is now writable, ST_FAILURE otherwise. Prints nothing.
+[[nodiscard]] ExitStatus sys_unlock_osfs();
 // Back to read-only; the result is ignored by design.
 void sys_lock_osfs();
 
@@ -10,7 +12,7 @@ void sys_lock_osfs();
 // change can forget the lock.
 class OsfsWritable {
 public:
-    OsfsWritable() : ok_(sys_unlock_osfs() == 0) {}
+    OsfsWritable() : ok_(sys_unlock_osfs() == ST_OK) {}
     ~OsfsWritable() {
         if (ok_) {
             sys_lock_osfs();

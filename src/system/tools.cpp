@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -64,7 +63,7 @@ pid_t spawn(const char* path, const std::vector<const char*>& argv, int out) {
 }
 
 // 0 only when the child exited normally with code 0.
-int wait_child(pid_t pid) {
+ExitStatus wait_child(pid_t pid) {
     int status = 0;
     pid_t r;
     do {
@@ -75,47 +74,45 @@ int wait_child(pid_t pid) {
 
 }  // namespace
 
-int sys_run_tool(const char* path, const std::vector<const char*>& argv, ForkFailure on_fork_failure) {
-    return sys_run_tool_into(path, argv, -1, on_fork_failure);
-}
-
-int sys_run_tool_into(const char* path, const std::vector<const char*>& argv, int out,
-                      ForkFailure on_fork_failure) {
-    const pid_t pid = spawn(path, argv, out);
+ExitStatus sys_run_tool(const char* path, const std::vector<const char*>& argv, ForkFailure on_fork_failure) {
+    const pid_t pid = spawn(path, argv, -1);
     if (pid < 0) {
         if (on_fork_failure == ForkFailure::end_program) {
             // Output was flushed before the fork; nothing else is owed to anyone.
             _exit(ST_FAILURE);
         }
-        return on_fork_failure == ForkFailure::report ? -1 : ST_FAILURE;
+        return ST_FAILURE;
     }
     return wait_child(pid);
 }
 
-int sys_adduser(const char* user) {
-    std::vector<const char*> argv;
-    try {
-        // Anything already at the home path, even a dangling link, keeps adduser from making
-        // another home directory there.
-        const std::string home = std::string(paths::home_prefix) + user;
-        struct stat st {};
-        argv = {"adduser", "-D"};
-        if (lstat(home.c_str(), &st) == 0) {
-            argv.push_back("-H");
-        }
-        // The application user always gets the same user ID, whoever creates it.
-        if (std::string_view(user) == ids::app_user_name) {
-            argv.push_back("-u500");
-        }
-        argv.push_back(user);
-    } catch (const std::bad_alloc&) {
-        std::fputs("FATAL: Out of memory.", stdout);
-        return ST_FAILURE;
+bool sys_tool_started_into(const char* path, const std::vector<const char*>& argv, int out) {
+    const pid_t pid = spawn(path, argv, out);
+    if (pid < 0) {
+        return false;
     }
+    (void)wait_child(pid);
+    return true;
+}
+
+ExitStatus sys_adduser(const char* user) {
+    // Anything already at the home path, even a dangling link, keeps adduser from making another
+    // home directory there.
+    const std::string home = std::string(paths::home_prefix) + user;
+    struct stat st {};
+    std::vector<const char*> argv = {"adduser", "-D"};
+    if (lstat(home.c_str(), &st) == 0) {
+        argv.push_back("-H");
+    }
+    // The application user always gets the same user ID, whoever creates it.
+    if (std::string_view(user) == ids::app_user_name) {
+        argv.push_back("-u500");
+    }
+    argv.push_back(user);
     return sys_run_tool(paths::tool_adduser, argv, ForkFailure::return_failure);
 }
 
-int sys_passwd(const char* option, const char* user) {
+ExitStatus sys_passwd(const char* option, const char* user) {
     return sys_run_tool(paths::tool_passwd, {"passwd", option, user}, ForkFailure::return_failure);
 }
 
@@ -124,40 +121,34 @@ void sys_reboot() {
     (void)sys_run_tool(paths::tool_reboot, {"reboot"}, ForkFailure::end_program);
 }
 
-int sys_mount(const char* type, const char* options, const char* device, const char* mount_point) {
+ExitStatus sys_mount(const char* type, const char* options, const char* device, const char* mount_point) {
     return sys_run_tool(paths::tool_mount, {"mount", "-t", type, "-o", options, device, mount_point},
                         ForkFailure::end_program);
 }
 
-int sys_umount(const char* mount_point, const char* option) {
+ExitStatus sys_umount(const char* mount_point, const char* option) {
     return sys_run_tool(paths::tool_umount, {"umount", mount_point, option}, ForkFailure::end_program);
 }
 
-int sys_fsck(const char* image, const char* option) {
+ExitStatus sys_fsck(const char* image, const char* option) {
     if (option == nullptr) {
         return sys_run_tool(paths::tool_fsck, {"fsck.vfat", image}, ForkFailure::end_program);
     }
     return sys_run_tool(paths::tool_fsck, {"fsck.vfat", option, image}, ForkFailure::end_program);
 }
 
-int sys_nvram_set(const char* key, const char* value) {
-    std::string assignment;
-    try {
-        // Nothing is escaped: the tool receives the pair as one argument, not through a shell.
-        assignment = std::string(key) + "=" + value;
-    } catch (const std::bad_alloc&) {
-        std::puts("Out of memory.");
-        return ST_FAILURE;
-    }
+ExitStatus sys_nvram_set(const char* key, const char* value) {
+    // Nothing is escaped: the tool receives the pair as one argument, not through a shell.
+    const std::string assignment = std::string(key).append("=").append(value);
     return sys_run_tool(paths::tool_nvram, {"nvram", "set", assignment.c_str()},
                         ForkFailure::return_failure);
 }
 
-int sys_nvram_commit() {
+ExitStatus sys_nvram_commit() {
     return sys_run_tool(paths::tool_nvram, {"nvram", "commit"}, ForkFailure::return_failure);
 }
 
-int sys_nvram_get(const char* key, std::optional<std::string>& first_line) {
+ExitStatus sys_nvram_get(const char* key, std::optional<std::string>& first_line) {
     first_line.reset();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
@@ -193,7 +184,7 @@ int sys_nvram_get(const char* key, std::optional<std::string>& first_line) {
     return ST_OK;
 }
 
-int sys_chown(const char* path, uid_t uid, gid_t gid) {
+ExitStatus sys_chown(const char* path, uid_t uid, gid_t gid) {
     if (chown(path, uid, gid) != 0) {
         std::printf("Failed change ownership on %s.\n", path);
         return ST_FAILURE;
@@ -201,7 +192,7 @@ int sys_chown(const char* path, uid_t uid, gid_t gid) {
     return ST_OK;
 }
 
-int sys_chmod(const char* path, mode_t mode) {
+ExitStatus sys_chmod(const char* path, mode_t mode) {
     if (chmod(path, mode) != 0) {
         std::printf("Failed change permissions on %s.\n", path);
         return ST_FAILURE;
@@ -209,15 +200,15 @@ int sys_chmod(const char* path, mode_t mode) {
     return ST_OK;
 }
 
-int set_led_permissions(const char* dir) {
+ExitStatus set_led_permissions(const char* dir) {
     // The application's group drives the LED; others must not.
     constexpr mode_t led_mode = 0660;
     for (const char* attribute : {"/brightness", "/delay_on", "/delay_off"}) {
         const std::string path = std::string(dir) + attribute;
-        if (int st = sys_chown(path.c_str(), ids::root, ids::app_group); st != ST_OK) {
+        if (ExitStatus st = sys_chown(path.c_str(), ids::root, ids::app_group); st != ST_OK) {
             return st;
         }
-        if (int st = sys_chmod(path.c_str(), led_mode); st != ST_OK) {
+        if (ExitStatus st = sys_chmod(path.c_str(), led_mode); st != ST_OK) {
             return st;
         }
     }

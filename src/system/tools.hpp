@@ -7,35 +7,37 @@
 #include <string>
 #include <vector>
 
+#include "base/status.hpp"
+
 // What a failed fork means for the caller of a tool.
-// report: return -1, so a caller that only cares whether the tool could be started can tell.
-enum class ForkFailure { return_failure, end_program, report };
+enum class ForkFailure { return_failure, end_program };
 
 // Forks, execv's the absolute path with argv (no trailing null needed) and waits. 0 only for a
 // wait status of 0, else 9. The child inherits only descriptors 0 to 2 and the fixed environment
 // (D5), and runs as root (D1).
-[[nodiscard]] int sys_run_tool(const char* path, const std::vector<const char*>& argv,
+[[nodiscard]] ExitStatus sys_run_tool(const char* path, const std::vector<const char*>& argv,
                                ForkFailure on_fork_failure);
 
-// As sys_run_tool, with the child's standard output on out.
-[[nodiscard]] int sys_run_tool_into(const char* path, const std::vector<const char*>& argv, int out,
-                                    ForkFailure on_fork_failure);
+// As sys_run_tool, with the child's standard output on out, for a caller that only cares whether
+// the tool could be started: false when no child process could be made, whatever the tool did.
+[[nodiscard]] bool sys_tool_started_into(const char* path, const std::vector<const char*>& argv,
+                                         int out);
 
-[[nodiscard]] int sys_adduser(const char* user);
-[[nodiscard]] int sys_passwd(const char* option, const char* user);
+[[nodiscard]] ExitStatus sys_adduser(const char* user);
+[[nodiscard]] ExitStatus sys_passwd(const char* option, const char* user);
 void sys_reboot();
-[[nodiscard]] int sys_mount(const char* type, const char* options, const char* device,
+[[nodiscard]] ExitStatus sys_mount(const char* type, const char* options, const char* device,
                             const char* mount_point);
-[[nodiscard]] int sys_umount(const char* mount_point, const char* option);
+[[nodiscard]] ExitStatus sys_umount(const char* mount_point, const char* option);
 // option may be null: the vector then has no option.
-[[nodiscard]] int sys_fsck(const char* image, const char* option);
-[[nodiscard]] int sys_nvram_set(const char* key, const char* value);
-[[nodiscard]] int sys_nvram_commit();
+[[nodiscard]] ExitStatus sys_fsck(const char* image, const char* option);
+[[nodiscard]] ExitStatus sys_nvram_set(const char* key, const char* value);
+[[nodiscard]] ExitStatus sys_nvram_commit();
 // Runs "/usr/sbin/nvram get KEY" directly (D5) and gives the first line it printed, line end
 // included, or nothing when it printed none. 9 when no pipe or child process could be made, else 0;
 // a tool that cannot be executed prints nothing, as it would through a shell.
-[[nodiscard]] int sys_nvram_get(const char* key, std::optional<std::string>& first_line);
-[[nodiscard]] int sys_chown(const char* path, uid_t uid, gid_t gid);
-[[nodiscard]] int sys_chmod(const char* path, mode_t mode);
+[[nodiscard]] ExitStatus sys_nvram_get(const char* key, std::optional<std::string>& first_line);
+[[nodiscard]] ExitStatus sys_chown(const char* path, uid_t uid, gid_t gid);
+[[nodiscard]] ExitStatus sys_chmod(const char* path, mode_t mode);
 // dir is a sysfs LED directory without a trailing "/".
-[[nodiscard]] int set_led_permissions(const char* dir);
+[[nodiscard]] ExitStatus set_led_permissions(const char* dir);

@@ -4,14 +4,12 @@
 #include <ftw.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
-#include <memory>
-#include <string>
-
 #include <exception>
 #include <functional>
+#include <optional>
+#include <string>
 
-#include "base/owners.hpp"
+#include "base/path_rules.hpp"
 
 namespace {
 
@@ -41,8 +39,8 @@ bool leads_outside(const char* path, const std::string& root) {
     if (lstat(path, &link) != 0 || !S_ISLNK(link.st_mode)) {
         return false;
     }
-    MallocPtr real(realpath(path, nullptr));
-    return !real || (std::string(real.get()) + "/").rfind(root, 0) != 0;
+    const std::optional<std::string> real = resolve_path(path);
+    return !real || (*real + "/").rfind(root, 0) != 0;
 }
 
 int trampoline(const char* path, const struct stat* st, int type, struct FTW* /*where*/) {
@@ -62,13 +60,13 @@ int trampoline(const char* path, const struct stat* st, int type, struct FTW* /*
 
 }  // namespace
 
-int walk_tree(const char* root, const Step& step) {
+ExitStatus walk_tree(const char* root, const Step& step) {
     Current& c = current();
     const Current saved = c;
     c.step = &step;
     c.error = nullptr;
-    MallocPtr real_root(realpath(root, nullptr));
-    c.root = real_root ? std::string(real_root.get()) + "/" : std::string(root);
+    const std::optional<std::string> real_root = resolve_path(root);
+    c.root = real_root ? *real_root + "/" : std::string(root);
     // No FTW_PHYS: symbolic links are followed, so a link is judged by what it leads to. With
     // FTW_ACTIONRETVAL a step's 1 is FTW_STOP, so steps keep their 0-go-on, 1-stop answers.
     const int result = nftw(root, trampoline, max_open_dirs, FTW_ACTIONRETVAL);
@@ -77,5 +75,5 @@ int walk_tree(const char* root, const Step& step) {
     if (error) {
         std::rethrow_exception(error);
     }
-    return result;
+    return result == 0 ? ST_OK : ST_FAILURE;
 }

@@ -42,6 +42,15 @@ const char* default_anchor() {
     return orvin_rki_ca != 0 ? paths::anchor_rki : paths::anchor_bundle;
 }
 
+bool key_signing_prod_sign(const X509* cert) {
+    if (cert == nullptr) {
+        return false;
+    }
+    const std::optional<std::string> issuer = x509_issuer_cn(cert);
+    const std::optional<std::string> subject = x509_subject_cn(cert);
+    return issuer && subject && *issuer == "KeySigning" && *subject == "prod-sign";
+}
+
 // A store holding the anchor file, and with the bundle the library's default locations too.
 ExitStatus build_store(const char* anchor, X509StorePtr& store) {
     ERR_clear_error();
@@ -93,24 +102,24 @@ struct LoadedIntermediate {
 
 LoadedIntermediate load_intermediate(const Intermediate& i) {
     LoadedIntermediate out;
-    CertFile file = cert_read_file(i.path, OpenAs::root);
-    if (file.status == ST_CERT_UNREADABLE) {
-        out.status = file.status;
+    Result<X509Ptr> file = cert_read_file(i.path, OpenAs::root);
+    if (file.status() == ST_CERT_UNREADABLE) {
+        out.status = file.status();
         out.message = "FATAL: Failed to open certificate file.";
         return out;
     }
-    if (file.status != ST_OK) {
-        out.status = file.status;
+    if (file.status() != ST_OK) {
+        out.status = file.status();
         return out;
     }
-    const std::optional<std::string> subject = x509_subject_cn(file.cert.get());
+    const std::optional<std::string> subject = x509_subject_cn(file->get());
     if (!subject) {
         out.status = ST_FAILURE;
         out.message = "No common name found in certificate file.";
         return out;
     }
     out.joins = *subject == i.cn;
-    out.cert = std::move(file.cert);
+    out.cert = std::move(*file);
     return out;
 }
 
@@ -245,10 +254,10 @@ void print_open_failure() {
 
 }  // namespace
 
-CertFile cert_read_file(const char* path, OpenAs who) {
+Result<X509Ptr> cert_read_file(const char* path, OpenAs who) {
     UniqueFd fd = open_cert(path, who);
     if (!fd) {
-        return {ST_CERT_UNREADABLE, nullptr};
+        return ST_CERT_UNREADABLE;
     }
     ERR_clear_error();
     // The PEM reader asks for a line at a time: a buffer under it turns a byte per system call
@@ -264,9 +273,9 @@ CertFile cert_read_file(const char* path, OpenAs who) {
     X509Ptr cert(bio ? PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr) : nullptr);
     ERR_clear_error();
     if (!cert) {
-        return {ST_CERT_INVALID, nullptr};
+        return ST_CERT_INVALID;
     }
-    return {ST_OK, std::move(cert)};
+    return cert;
 }
 
 const char* cert_verify_ca_file(const X509* cert) {
@@ -284,7 +293,6 @@ const char* cert_verify_ca_file(const X509* cert) {
         return paths::anchor_bundle;
     }
     if (*issuer == "KeySigning" && *subject == "prod-sign") {
-        orvin_rki_ca = 0;
         return paths::anchor_bundle;
     }
     return anchor;
@@ -292,8 +300,14 @@ const char* cert_verify_ca_file(const X509* cert) {
 
 ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified) {
     verified.reset();
-    CertFile file = cert_read_file(path, who);
-    const char* anchor = cert_verify_ca_file(file.cert.get());
+    Result<X509Ptr> file = cert_read_file(path, who);
+    const X509* offered = file.ok() ? file->get() : nullptr;
+    const char* anchor = cert_verify_ca_file(offered);
+    // Once a production-signing certificate from "KeySigning" is met, the bundle is the anchor
+    // for the rest of the run, the KBPK requests' trust-anchor flag included.
+    if (key_signing_prod_sign(offered)) {
+        orvin_rki_ca = 0;
+    }
     ChainCache& cache = chain_cache();
     Joined joined{};
     for (std::size_t k = 0; k < intermediate_count; ++k) {
@@ -304,17 +318,17 @@ ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified) {
     if (ExitStatus st = store_for(anchor, joined, store, refused); st != ST_OK) {
         return st;
     }
-    if (file.status == ST_CERT_UNREADABLE) {
+    if (file.status() == ST_CERT_UNREADABLE) {
         print_open_failure();
-        return file.status;
+        return file.status();
     }
-    if (file.status != ST_OK) {
-        return file.status;
+    if (file.status() != ST_OK) {
+        return file.status();
     }
     const ExitStatus status =
-        verify_chain(store, file.cert.get(), report_intermediates(joined, refused));
+        verify_chain(store, file->get(), report_intermediates(joined, refused));
     if (status == ST_OK) {
-        verified = std::move(file.cert);
+        verified = std::move(*file);
     }
     return status;
 }
@@ -325,41 +339,41 @@ ExitStatus cert_verify(const char* path) {
 }
 
 ExitStatus cert_verify_extend(const char* path, X509Ptr& cert, const char* cn, X509_STORE* store) {
-    CertFile file = cert_read_file(path, OpenAs::root);
-    if (file.status == ST_CERT_UNREADABLE) {
+    Result<X509Ptr> file = cert_read_file(path, OpenAs::root);
+    if (file.status() == ST_CERT_UNREADABLE) {
         print_open_failure();
-        return file.status;
+        return file.status();
     }
-    if (file.status != ST_OK) {
-        return file.status;
+    if (file.status() != ST_OK) {
+        return file.status();
     }
-    const std::optional<std::string> subject = x509_subject_cn(file.cert.get());
+    const std::optional<std::string> subject = x509_subject_cn(file->get());
     if (!subject) {
         std::puts("No common name found in certificate file.");
         return ST_FAILURE;
     }
     if (*subject == cn) {
         ERR_clear_error();
-        if (X509_STORE_add_cert(store, file.cert.get()) != 1) {
+        if (X509_STORE_add_cert(store, file->get()) != 1) {
             std::puts("FATAL: OpenSSL failure: X509_STORE_add_cert.");
             return ST_FAILURE;
         }
     }
-    cert = std::move(file.cert);
+    cert = std::move(*file);
     return ST_OK;
 }
 
 ExitStatus cert_read_cn(const char* path, std::string& cn, OpenAs who) {
-    CertFile file = cert_read_file(path, who);
-    if (file.status == ST_CERT_UNREADABLE) {
+    Result<X509Ptr> file = cert_read_file(path, who);
+    if (file.status() == ST_CERT_UNREADABLE) {
         print_open_failure();
-        return file.status;
+        return file.status();
     }
-    if (file.status != ST_OK) {
+    if (file.status() != ST_OK) {
         std::puts("Failed to read certificate file.");
-        return file.status;
+        return file.status();
     }
-    return cert_cn(file.cert.get(), cn);
+    return cert_cn(file->get(), cn);
 }
 
 ExitStatus cert_cn(const X509* cert, std::string& cn) {

@@ -7,22 +7,19 @@
 #include <openssl/x509_vfy.h>
 
 #include "base/ossl.hpp"
+#include "base/result.hpp"
 #include "base/status.hpp"
 
 // Whose rights open a certificate file: the program's own files (trust anchors, the certificate
 // store, its temporary files) with root's, files the caller names with the caller's (D3).
 enum class OpenAs { root, caller };
 
-// One PEM certificate, the first of the file. status is ST_OK with the certificate, 2 when the
-// file cannot be opened, 3 when it holds no PEM certificate. Prints nothing.
-struct CertFile {
-    ExitStatus status = ST_FAILURE;
-    X509Ptr cert;
-};
-[[nodiscard]] CertFile cert_read_file(const char* path, OpenAs who = OpenAs::root);
+// One PEM certificate, the first of the file, or 2 when the file cannot be opened, 3 when it
+// holds no PEM certificate. Prints nothing.
+[[nodiscard]] Result<X509Ptr> cert_read_file(const char* path, OpenAs who = OpenAs::root);
 
-// The trust-anchor file for cert (the default one for a null cert). Choosing the anchor for a
-// "prod-sign" certificate issued by "KeySigning" clears orvin_rki_ca for the rest of the run.
+// The trust-anchor file for cert (the default one for a null cert). Changes nothing: cert_verify
+// is where meeting a "prod-sign" certificate from "KeySigning" clears orvin_rki_ca.
 [[nodiscard]] const char* cert_verify_ca_file(const X509* cert);
 
 // Verifies the chain of the certificate in path: 0, 2 (cannot be opened), 3 (no certificate, or

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <new>
 #include <string>
 
 #include "base/caller.hpp"
@@ -29,7 +28,7 @@ int ftw_delete_files(const char* path, const struct stat* /*st*/, int type) {
 
 }  // namespace
 
-int file_unlink(const char* path) {
+ExitStatus file_unlink(const char* path) {
     OsfsWritable writable;
     if (!writable.ok()) {
         return ST_FAILURE;
@@ -40,13 +39,8 @@ int file_unlink(const char* path) {
     return deleted ? ST_OK : ST_FAILURE;
 }
 
-int file_sig_unlink(const char* path) {
-    std::string sig;
-    try {
-        sig = std::string(path) + ".sig";
-    } catch (const std::bad_alloc&) {
-        return ST_FAILURE;
-    }
+ExitStatus file_sig_unlink(const char* path) {
+    const std::string sig = std::string(path) + ".sig";
     // D2: the kernel deletes only what the caller could have deleted himself.
     if (caller_unlink(path) != 0) {
         std::printf("Failed to delete invalid data/executable: %s.\n", path);
@@ -57,6 +51,19 @@ int file_sig_unlink(const char* path) {
         return ST_FAILURE;
     }
     return ST_OK;
+}
+
+ExitStatus reject_on_bad_signature(ExitStatus st, const char* path) {
+    if (st == ST_BAD_SIGNATURE) {
+        (void)file_sig_unlink(path);
+    }
+    return st;
+}
+
+Result<Signer> file_verify_or_reject(const char* path) {
+    Result<Signer> signer = file_verify(path);
+    (void)reject_on_bad_signature(signer.status(), path);
+    return signer;
 }
 
 void clean_osfs() {

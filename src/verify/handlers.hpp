@@ -1,4 +1,6 @@
 // Handlers of the signature-verification subsystem.
 #pragma once
 
-int cmd_authenticate(int argc, char** argv);
+#include "base/status.hpp"
+
+[[nodiscard]] ExitStatus cmd_authenticate(int argc, char** argv);

@@ -1,13 +1,11 @@
 // Verifying a file's detached signature against the terminal's trusted signer certificates.
 #include "verify/signature.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -16,6 +14,7 @@
 #include <openssl/pem.h>
 
 #include "base/caller.hpp"
+#include "base/dir_entries.hpp"
 #include "base/io.hpp"
 #include "base/ossl.hpp"
 #include "base/paths.hpp"
@@ -89,16 +88,10 @@ void list_dir(const char* dir, const char* skip, CandidateDir& cache) {
         return;
     }
     cache = CandidateDir{};
-    DirPtr d(opendir(dir));
-    cache.listed = static_cast<bool>(d);
-    while (d) {
-        const dirent* e = readdir(d.get());
-        if (e == nullptr) {
-            break;
-        }
-        const char* name = e->d_name;
-        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 ||
-            (skip != nullptr && std::strcmp(name, skip) == 0) || std::strlen(name) > 256) {
+    const std::optional<std::vector<std::string>> names = dir_entries(dir);
+    cache.listed = names.has_value();
+    for (const std::string& name : names.value_or(std::vector<std::string>{})) {
+        if (skip != nullptr && name == skip) {
             continue;
         }
         cache.entries.push_back(Candidate{std::string(dir) + name, Read::unread, nullptr, nullptr, {}});
@@ -234,7 +227,7 @@ ExitStatus digest_fd(int fd, off_t size, Digest& digest) {
 
 Sha256::Sha256() : ctx_(EVP_MD_CTX_new()), ok_(false) {
     // Fetched once per run: the implicit fetch behind EVP_sha256() is paid at every digest.
-    static const std::unique_ptr<EVP_MD, Deleter<EVP_MD_free>> sha256(
+    static const EvpMdPtr sha256(
         EVP_MD_fetch(nullptr, "SHA256", nullptr));
     ok_ = ctx_ && EVP_DigestInit_ex(ctx_.get(), sha256 ? sha256.get() : EVP_sha256(), nullptr) == 1;
 }
@@ -268,25 +261,25 @@ ExitStatus sig_read(const std::string& sig_path, Signature& sig) {
     return ST_OK;
 }
 
-SignerResult sig_find_signer(const Digest& digest, const Signature& sig) {
+Result<Signer> sig_find_signer(const Digest& digest, const Signature& sig) {
     SignerCache& cache = signer_cache();
     Candidate* signer = nullptr;
     // The certificate store is searched first, so an installed signer wins over a system one.
     Match m = search_dir(paths::cert_store, nullptr, cache.store, digest, sig, signer);
     if (m == Match::failed || m == Match::unlisted) {
-        return {ST_FAILURE, {}, {}, nullptr};
+        return ST_FAILURE;
     }
     if (m == Match::no) {
         m = search_dir(paths::ssl_dir, paths::ssl_bundle_name, cache.system, digest, sig, signer);
         if (m == Match::failed) {
-            return {ST_FAILURE, {}, {}, nullptr};
+            return ST_FAILURE;
         }
         if (m == Match::unlisted) {
-            return {ST_BAD_SIGNATURE, {}, {}, nullptr};
+            return ST_BAD_SIGNATURE;
         }
         if (m == Match::no) {
             std::puts("Signature check failed.");
-            return {ST_BAD_SIGNATURE, {}, {}, nullptr};
+            return ST_BAD_SIGNATURE;
         }
     }
     if (!signer->cn) {
@@ -294,43 +287,43 @@ SignerResult sig_find_signer(const Digest& digest, const Signature& sig) {
     }
     if (!*signer->cn) {
         std::puts("No common name found in certificate file.");
-        return {ST_FAILURE, {}, {}, nullptr};
+        return ST_FAILURE;
     }
     EVP_PKEY* key = X509_get0_pubkey(signer->cert.get());
     if (key == nullptr || EVP_PKEY_up_ref(key) != 1) {
         ERR_clear_error();
         std::puts("FATAL: OpenSSL failure.");
-        return {ST_FAILURE, {}, {}, nullptr};
+        return ST_FAILURE;
     }
-    return {ST_OK, **signer->cn, sig, EvpPkeyPtr(key)};
+    return Signer{**signer->cn, sig, EvpPkeyPtr(key)};
 }
 
-bool sig_matches(const SignerResult& signer, const Digest& digest) {
-    if (!signer.verified() || !signer.key) {
+bool sig_matches(const Result<Signer>& signer, const Digest& digest) {
+    if (!signer.ok() || !signer->key) {
         return false;
     }
-    EvpPkeyCtxPtr verifier = make_verifier(signer.key.get());
-    return verifies(verifier.get(), digest, signer.sig);
+    EvpPkeyCtxPtr verifier = make_verifier(signer->key.get());
+    return verifies(verifier.get(), digest, signer->sig);
 }
 
 void signer_cache_forget() { signer_cache() = SignerCache{}; }
 
 namespace {
 
-SignerResult verify_signed_file(const char* path, const Signature& sig) {
+Result<Signer> verify_signed_file(const char* path, const Signature& sig) {
     struct stat st {};
     if (caller_lstat(path, &st) != 0) {
         std::puts("FATAL: Failed to obtain file information.");
-        return {ST_FAILURE, {}, {}, nullptr};
+        return ST_FAILURE;
     }
     UniqueFd fd = caller_open(path, O_RDONLY | O_NONBLOCK);
     if (!fd) {
         std::puts("FATAL: Failed to open the file to verify.");
-        return {ST_FAILURE, {}, {}, nullptr};
+        return ST_FAILURE;
     }
     Digest digest{};
     if (ExitStatus s = digest_fd(fd.get(), st.st_size, digest); s != ST_OK) {
-        return {s, {}, {}, nullptr};
+        return s;
     }
     fd.reset();
     return sig_find_signer(digest, sig);
@@ -338,10 +331,10 @@ SignerResult verify_signed_file(const char* path, const Signature& sig) {
 
 }  // namespace
 
-SignerResult sig_verify(const char* path) {
+Result<Signer> sig_verify(const char* path) {
     Signature sig{};
     if (ExitStatus st = sig_read(std::string(path) + ".sig", sig); st != ST_OK) {
-        return {st, {}, {}, nullptr};
+        return st;
     }
     return verify_signed_file(path, sig);
 }
@@ -352,15 +345,15 @@ ExitStatus file_sig_verify_opened(const char* path, int sig_fd) {
         std::printf("Failed to read the signature file: %s.sig\n", path);
         return ST_FAILURE;
     }
-    return verify_signed_file(path, sig).status;
+    return verify_signed_file(path, sig).status();
 }
 
-SignerResult file_verify(const char* path) {
+Result<Signer> file_verify(const char* path) {
     if (!caller_access(path, F_OK)) {
         std::printf("Invalid file: %s\n", path);
-        return {ST_BAD_ARGUMENT, {}, {}, nullptr};
+        return ST_BAD_ARGUMENT;
     }
     return sig_verify(path);
 }
 
-ExitStatus file_sig_verify(const char* path) { return sig_verify(path).status; }
+ExitStatus file_sig_verify(const char* path) { return sig_verify(path).status(); }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/ossl.hpp"
+#include "base/result.hpp"
 #include "base/status.hpp"
 
 inline constexpr std::size_t signature_size = 256;
@@ -14,23 +15,21 @@ inline constexpr std::size_t sha256_size = 32;
 using Signature = std::array<std::uint8_t, signature_size>;
 using Digest = std::array<std::uint8_t, sha256_size>;
 
-// The outcome of a verification: the signer's role, the signature bytes that were verified and
-// the signer's key are only present when status is ST_OK.
-struct SignerResult {
-    ExitStatus status = ST_FAILURE;
+// A signer that verified: its role (the certificate's common name), the signature bytes it was
+// found by and its key. Verification helpers hand it out only inside a Result, so a signer is
+// there exactly when the verdict was ST_OK.
+struct Signer {
     std::string cn;
     Signature sig{};
     EvpPkeyPtr key;
-
-    [[nodiscard]] bool verified() const { return status == ST_OK; }
 };
 
 // Checks path + ".sig" against path. ST_OK with the signer's common name, 7 for no trusted signer,
 // 9 for anything else. Both files are read with the caller's rights (D3).
-[[nodiscard]] SignerResult sig_verify(const char* path);
+[[nodiscard]] Result<Signer> sig_verify(const char* path);
 
 // As sig_verify, after "Invalid file: %s\n" and 1 for a path that does not exist.
-[[nodiscard]] SignerResult file_verify(const char* path);
+[[nodiscard]] Result<Signer> file_verify(const char* path);
 
 // As sig_verify, for callers that only need the verdict.
 [[nodiscard]] ExitStatus file_sig_verify(const char* path);
@@ -55,11 +54,11 @@ private:
 
 // The pieces, for callers that verify bytes they copied themselves (D6).
 [[nodiscard]] ExitStatus sig_read(const std::string& sig_path, Signature& sig);
-[[nodiscard]] SignerResult sig_find_signer(const Digest& digest, const Signature& sig);
+[[nodiscard]] Result<Signer> sig_find_signer(const Digest& digest, const Signature& sig);
 
 // Whether the signer already found signed digest with the very signature bytes it was found by,
 // for checking a copy without searching the candidates again (D6, D17).
-[[nodiscard]] bool sig_matches(const SignerResult& signer, const Digest& digest);
+[[nodiscard]] bool sig_matches(const Result<Signer>& signer, const Digest& digest);
 
 // The candidate signers are read once per run; a change this run makes to their directories
 // (a deletion, an install) must be announced so the next search reads them again.

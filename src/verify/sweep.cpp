@@ -35,7 +35,7 @@ int sweep_signature(const std::string& path) {
         return 0;
     }
     std::puts(" - orphaned - delete");
-    if (file_unlink(path.c_str()) != 0) {
+    if (file_unlink(path.c_str()) != ST_OK) {
         std::printf("Failed to delete orphaned signature file: %s.\n", path.c_str());
         return 1;
     }
@@ -50,7 +50,7 @@ int sweep_data(const std::string& path) {
     UniqueFd sig_fd = caller_open(sig.c_str(), O_RDONLY | O_NONBLOCK);
     if (!sig_fd && !caller_access(sig.c_str(), F_OK)) {
         std::puts(" - missing signature - delete");
-        if (file_unlink(path.c_str()) != 0) {
+        if (file_unlink(path.c_str()) != ST_OK) {
             std::printf("Failed to delete unsigned file: %s.\n", path.c_str());
             return 1;
         }
@@ -64,11 +64,11 @@ int sweep_data(const std::string& path) {
         return 0;
     }
     std::puts(" - invalid signature - delete");
-    if (file_unlink(path.c_str()) != 0) {
+    if (file_unlink(path.c_str()) != ST_OK) {
         std::printf("Failed to delete invalid data/executable: %s.\n", path.c_str());
         return 1;
     }
-    if (file_unlink(sig.c_str()) != 0) {
+    if (file_unlink(sig.c_str()) != ST_OK) {
         std::printf("Failed to delete invalid signature: %s.\n", sig.c_str());
         return 1;
     }
@@ -104,8 +104,8 @@ void ids_task_init() {
     (void)write_full(fd.get(), "1", 1);
 }
 
-int cmd_authenticate(int /*argc*/, char** /*argv*/) {
-    if (walk_tree(paths::usr_local, ftw_process_files) != 0) {
+ExitStatus cmd_authenticate(int /*argc*/, char** /*argv*/) {
+    if (walk_tree(paths::usr_local, ftw_process_files) != ST_OK) {
         return ST_FAILURE;
     }
     ids_task_init();

@@ -63,7 +63,7 @@ ExitStatus write_result(const ProcRecord& result, std::size_t length) {
 
 }  // namespace
 
-int cmd_x509_csr(int, char**) {
+ExitStatus cmd_x509_csr(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
@@ -85,7 +85,7 @@ int cmd_x509_csr(int, char**) {
     return write_result(result, x509_csr(result.bytes, terminal, subject, *key_usage));
 }
 
-int cmd_x509_generate(int, char**) {
+ExitStatus cmd_x509_generate(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }

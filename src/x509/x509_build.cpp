@@ -19,8 +19,6 @@ constexpr const char* not_before = "100101000000Z";
 constexpr const char* not_after = "291231235959Z";
 constexpr int serial_bits = 64;
 
-using Asn1StringPtr = std::unique_ptr<ASN1_STRING, Deleter<ASN1_STRING_free>>;
-
 void openssl_failure() {
     std::puts("FATAL: OpenSSL failure.");
 }
@@ -119,13 +117,13 @@ bool set_serial(X509* cert) {
 }
 
 X509Ptr issuer_certificate() {
-    CertFile issuer = cert_read_file(paths::terminal_cert, OpenAs::root);
-    if (issuer.status == ST_CERT_UNREADABLE) {
+    Result<X509Ptr> issuer = cert_read_file(paths::terminal_cert, OpenAs::root);
+    if (issuer.status() == ST_CERT_UNREADABLE) {
         std::printf("Failed to open the issuer certificate file: %s\n", paths::terminal_cert);
-    } else if (issuer.status != ST_OK) {
+    } else if (issuer.status() != ST_OK) {
         std::printf("Failed to read the issuer certificate file: %s\n", paths::terminal_cert);
     }
-    return std::move(issuer.cert);
+    return std::move(*issuer);
 }
 
 bool set_issuer_and_validity(X509* cert, X509* issuer) {
