@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
         print_usage(program_name);
         return ST_BAD_ARGUMENT;
     }
-    process_lock_run();
+    UniqueFd run_lock = process_lock_run();
     ExitStatus status = ST_FAILURE;
     try {
         status = run(argc, argv);
@@ -54,6 +54,6 @@ int main(int argc, char** argv) {
     }
     // The output still held may wait for a reader that the caller never lets read; the next
     // run need not wait with it.
-    process_unlock_run();
+    run_lock.reset();
     return status;
 }

@@ -108,9 +108,6 @@ void reset_signals() {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-// The descriptor whose lock keeps other runs waiting; open until the run is done.
-int run_lock_fd = -1;
-
 void reset_environment() {
     clearenv();
     (void)setenv("PATH", paths::child_path, 1);
@@ -136,28 +133,17 @@ void process_harden() {
     output_hold();
 }
 
-void process_lock_run() {
+UniqueFd process_lock_run() {
     // Only root can reach a 0600 root file, so no caller can hold the lock and stall every later
     // run; anything else found at the name (planted or not ours) is not trusted with the job.
-    const int fd = open(paths::run_lock, O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                        S_IRUSR | S_IWUSR);
-    if (fd < 0) {
-        return;
-    }
+    UniqueFd fd(open(paths::run_lock, O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                     S_IRUSR | S_IWUSR));
     struct stat st {};
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ids::root ||
+    if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ids::root ||
         (st.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        close(fd);
-        return;
+        return {};
     }
-    while (flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+    while (flock(fd.get(), LOCK_EX) != 0 && errno == EINTR) {
     }
-    run_lock_fd = fd;
-}
-
-void process_unlock_run() {
-    if (run_lock_fd >= 0) {
-        close(run_lock_fd);
-        run_lock_fd = -1;
-    }
+    return fd;
 }

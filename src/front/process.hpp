@@ -2,6 +2,8 @@
 // run at a time (D22).
 #pragma once
 
+#include "base/fd.hpp"
+
 // Gives the process the program's own resource limits (D4). First of all, before even the caller
 // is recorded: a caller's limit could otherwise end the run at its first allocation. False when a
 // hard limit the caller left could not be raised and is too low for a run to finish safely.
@@ -9,9 +11,7 @@
 
 void process_harden();
 
-// Waits for every other run to end, then keeps them waiting until this one is done (D22). A lock
-// file that cannot be made, or that is not the program's own, leaves the run unguarded.
-void process_lock_run();
-
-// Lets the next run start once this one has nothing left to change.
-void process_unlock_run();
+// Waits for every other run to end, then keeps them waiting while the descriptor it gives is open
+// (D22). A lock file that cannot be made, or that is not the program's own, leaves the run
+// unguarded (an empty descriptor).
+[[nodiscard]] UniqueFd process_lock_run();

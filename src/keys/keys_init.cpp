@@ -2,7 +2,6 @@
 // certificate's subject, and the saved rate-limit state.
 #include "keys/keys_init.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,11 +14,11 @@
 #include <string>
 
 #include "base/caller.hpp"
+#include "base/dir_entries.hpp"
 #include "base/fd.hpp"
 #include "base/hex.hpp"
 #include "base/io.hpp"
 #include "base/ossl.hpp"
-#include "base/owners.hpp"
 #include "base/paths.hpp"
 #include "certs/cert_restore.hpp"
 #include "device/sapi.hpp"
@@ -159,18 +158,18 @@ ExitStatus keys_init_kbpk() {
             return st;
         }
     }
-    const DirPtr dir(::opendir(paths::state_dir));
-    if (!dir) {
+    const std::optional<std::vector<std::string>> names = dir_entries(paths::state_dir);
+    if (!names) {
         std::puts("FATAL: Directory listing failed.");
         return ST_FAILURE;
     }
     // The first state file that cannot be loaded ends the restore; later ones are not sent.
-    while (const dirent* entry = ::readdir(dir.get())) {
-        const std::optional<int> id = kbpk_state_name_id(entry->d_name);
+    for (const std::string& name : *names) {
+        const std::optional<int> id = kbpk_state_name_id(name);
         if (!id) {
             continue;
         }
-        if (ExitStatus st = kbpk_reload(entry->d_name, *id); st != ST_OK) {
+        if (ExitStatus st = kbpk_reload(name.c_str(), *id); st != ST_OK) {
             return st;
         }
     }
