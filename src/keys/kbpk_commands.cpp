@@ -22,6 +22,19 @@ ExitStatus kbpk_file_send(const char* path, int id, std::uint16_t flags,
     return reject_on_bad_signature(send(id, flags, path), path);
 }
 
+// The acquirer ID rule, then the KBPK the command needs: an install wants none yet, every other
+// command an existing one.
+Result<int> kbpk_command_start(const char* arg, bool kbpk_wanted) {
+    const Result<int> id = acquirer_command_start(arg);
+    if (!id.ok()) {
+        return id.status();
+    }
+    if (kbpk_exists(*id) != kbpk_wanted) {
+        return ST_KBPK_PRESENCE;
+    }
+    return *id;
+}
+
 void print_invalid_signer(const std::string& role) {
     std::printf("Invalid signature: %s.\n", role.c_str());
 }
@@ -29,13 +42,8 @@ void print_invalid_signer(const std::string& role) {
 }  // namespace
 
 ExitStatus cmd_kbpk_install_check(int /*argc*/, char** argv) {
-    const Result<int> started = acquirer_command_start(argv[2]);
-    if (!started.ok()) {
+    if (const Result<int> started = kbpk_command_start(argv[2], false); !started.ok()) {
         return started.status();
-    }
-    const int id = *started;
-    if (kbpk_exists(id)) {
-        return ST_KBPK_PRESENCE;
     }
     Result<Signer> signer = file_verify(argv[3]);
     if (!signer.ok()) {
@@ -53,14 +61,11 @@ ExitStatus cmd_kbpk_install_check(int /*argc*/, char** argv) {
 }
 
 ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
-    const Result<int> started = acquirer_command_start(argv[2]);
+    const Result<int> started = kbpk_command_start(argv[2], false);
     if (!started.ok()) {
         return started.status();
     }
     const int id = *started;
-    if (kbpk_exists(id)) {
-        return ST_KBPK_PRESENCE;
-    }
     Result<Signer> signer = file_verify_or_reject(argv[3]);
     if (!signer.ok()) {
         return signer.status();
@@ -69,7 +74,6 @@ ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
     if (!flags) {
         print_invalid_signer(signer->cn);
         return reject_on_bad_signature(ST_BAD_SIGNATURE, argv[3]);
-        return ST_BAD_SIGNATURE;
     }
     if (*flags & sapi::flag_pci_pin) {
         std::puts("PCI PIN security enabled.");
@@ -82,14 +86,11 @@ ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
 }
 
 ExitStatus cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
-    const Result<int> started = acquirer_command_start(argv[2]);
+    const Result<int> started = kbpk_command_start(argv[2], true);
     if (!started.ok()) {
         return started.status();
     }
     const int id = *started;
-    if (!kbpk_exists(id)) {
-        return ST_KBPK_PRESENCE;
-    }
     Result<Signer> signer = file_verify_or_reject(argv[3]);
     if (!signer.ok()) {
         return signer.status();
@@ -113,14 +114,11 @@ ExitStatus cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
 }
 
 ExitStatus cmd_kbpk_remove(int /*argc*/, char** argv) {
-    const Result<int> started = acquirer_command_start(argv[2]);
+    const Result<int> started = kbpk_command_start(argv[2], true);
     if (!started.ok()) {
         return started.status();
     }
     const int id = *started;
-    if (!kbpk_exists(id)) {
-        return ST_KBPK_PRESENCE;
-    }
     if (ExitStatus st = kbpk_remove(id); st != ST_OK) {
         return st;
     }
@@ -129,14 +127,11 @@ ExitStatus cmd_kbpk_remove(int /*argc*/, char** argv) {
 }
 
 ExitStatus cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
-    const Result<int> started = acquirer_command_start(argv[2]);
+    const Result<int> started = kbpk_command_start(argv[2], true);
     if (!started.ok()) {
         return started.status();
     }
     const int id = *started;
-    if (!kbpk_exists(id)) {
-        return ST_KBPK_PRESENCE;
-    }
     std::uint16_t flags = 0;
     if (kbpk_flag_exists(id)) {
         if (ExitStatus st = kbpk_flags_read(id, flags); st != ST_OK) {
