@@ -1,6 +1,5 @@
 // Where a signer may install, and who may remove or rename an installed file.
 #include "install/policy.hpp"
-#include "install/handlers.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
