@@ -1,5 +1,4 @@
 """The start-up check every run goes through before its command."""
-import os
 import stat
 
 import pytest
@@ -136,19 +135,3 @@ def test_failed_user_rule_fails_the_check(term, breakage, line):
     assert not term.exists("/usr/local/share/certs/prod-sign.crt")
     # The grant stops at the first failure: the LED's other files stay as they were.
     assert term.lstat(f"{LED}/delay_on").st_gid == (0 if breakage == "led" else 500)
-
-
-def test_damaged_intermediate_fails_every_certificate_until_it_is_swept(term):
-    # Certificates are read once per run; a damaged stored intermediate must still fail each
-    # verification that meets it, and stop failing once the sweep has deleted it.
-    for name in ("a.crt", "keysign-main-user.crt", "b.crt", "c.crt"):
-        term.write("/usr/local/share/certs/" + name,
-                   b"not a certificate" if name.startswith("keysign") else term.pki.cert("detamper"))
-    order = os.listdir(term.path("/usr/local/share/certs"))
-    damaged = order.index("keysign-main-user.crt")
-    r = term.run([])
-    lines = [f"/usr/local/share/certs/{name} - certificate".encode() +
-             (b" invalid - delete" if k <= damaged else b" - verified") + b"\n"
-             for k, name in enumerate(order)]
-    assert (r.status, r.stdout) == (1, BANNER + b"".join(lines) + usage())
-    assert sorted(os.listdir(term.path("/usr/local/share/certs"))) == sorted(order[damaged + 1:])

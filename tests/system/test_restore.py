@@ -102,11 +102,3 @@ def test_terminal_certificate_with_a_stored_common_name_stops_restoration(rt, pk
     rt.nvram_set("TerminalCert", hex_line(pki.cert("terminal")))
     assert restore(rt) == (5, False)
     assert not rt.exists(TERMINAL)
-
-
-def test_planted_link_in_tmp_is_not_written_through(rt, pki):
-    rt.write("/etc/victim", b"keep")
-    rt.symlink("/etc/victim", "/tmp/prod-sign.crt")
-    rt.nvram_set("ProdSignCert", hex_line(pki.cert("prod-sign")))
-    restore(rt)
-    assert rt.read("/etc/victim") == b"keep"

@@ -1,4 +1,5 @@
-// The acquirer ID rule; the commands are run with the IDs it accepts and a refusal or two.
+// The acquirer ID rule at the edges the key commands ("0", "256", "-1", "" as the application
+// user) and the fuzz target's range checks do not reach.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -22,13 +23,9 @@ TEST(AcquirerId, AcceptedValueOrRefusal) {
         {"017", app, 15},
         {" 7", app, 7},
         {"7 ", root, std::nullopt},
-        {"256", root, std::nullopt},
-        {"-1", root, std::nullopt},
         {"0x", root, std::nullopt},
         {"99999999999999999999", root, std::nullopt},
         {"", root, 0},  // acquirer 0 is root's alone
-        {"", app, std::nullopt},
-        {"0", app, std::nullopt},
     };
     for (const auto& r : rows) {
         EXPECT_EQ(acquirer_id_parse(r.text, r.uid), r.expected) << r.text << " as " << r.uid;
