@@ -39,6 +39,23 @@ void print_invalid_signer(const std::string& role) {
     std::printf("Invalid signature: %s.\n", role.c_str());
 }
 
+// The KBPK flags that the signer's role gives; none for a role that may not sign a KBPK.
+using SignerFlags = std::optional<std::uint16_t>;
+
+// The file's signer (a bad signature takes the file with it) and the flags its role gives. A role
+// that may not sign is reported here; the command rejects the file once it has said the rest.
+Result<SignerFlags> kbpk_file_flags(const char* path) {
+    const Result<Signer> signer = file_verify_or_reject(path);
+    if (!signer.ok()) {
+        return signer.status();
+    }
+    SignerFlags flags = kbpk_signer_flags(signer->cn);
+    if (!flags) {
+        print_invalid_signer(signer->cn);
+    }
+    return flags;
+}
+
 }  // namespace
 
 ExitStatus cmd_kbpk_install_check(int /*argc*/, char** argv) {
@@ -66,19 +83,17 @@ ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
         return started.status();
     }
     const int id = *started;
-    Result<Signer> signer = file_verify_or_reject(argv[3]);
-    if (!signer.ok()) {
-        return signer.status();
+    const Result<SignerFlags> flags = kbpk_file_flags(argv[3]);
+    if (!flags.ok()) {
+        return flags.status();
     }
-    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer->cn);
-    if (!flags) {
-        print_invalid_signer(signer->cn);
+    if (!*flags) {
         return reject_on_bad_signature(ST_BAD_SIGNATURE, argv[3]);
     }
-    if (*flags & sapi::flag_pci_pin) {
+    if (**flags & sapi::flag_pci_pin) {
         std::puts("PCI PIN security enabled.");
     }
-    if (ExitStatus st = kbpk_file_send(argv[3], id, *flags, kbpk_install_file); st != ST_OK) {
+    if (ExitStatus st = kbpk_file_send(argv[3], id, **flags, kbpk_install_file); st != ST_OK) {
         return st;
     }
     std::puts("KBPK installed.");
@@ -91,21 +106,17 @@ ExitStatus cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
         return started.status();
     }
     const int id = *started;
-    Result<Signer> signer = file_verify_or_reject(argv[3]);
-    if (!signer.ok()) {
-        return signer.status();
-    }
-    std::optional<std::uint16_t> flags = kbpk_signer_flags(signer->cn);
-    if (!flags) {
-        print_invalid_signer(signer->cn);
+    const Result<SignerFlags> flags = kbpk_file_flags(argv[3]);
+    if (!flags.ok()) {
+        return flags.status();
     }
     // A refused signer is reported as switching security off before the file goes.
-    std::puts(flags && (*flags & sapi::flag_pci_pin) ? "PCI PIN security enabled."
-                                                     : "PCI PIN security disabled.");
-    if (!flags) {
+    std::puts(*flags && (**flags & sapi::flag_pci_pin) ? "PCI PIN security enabled."
+                                                       : "PCI PIN security disabled.");
+    if (!*flags) {
         return reject_on_bad_signature(ST_BAD_SIGNATURE, argv[3]);
     }
-    if (ExitStatus st = kbpk_file_send(argv[3], id, *flags, kbpk_update_pci_pin_file);
+    if (ExitStatus st = kbpk_file_send(argv[3], id, **flags, kbpk_update_pci_pin_file);
         st != ST_OK) {
         return st;
     }
