@@ -120,8 +120,11 @@ X509Ptr issuer_certificate() {
     Result<X509Ptr> issuer = cert_read_file(paths::terminal_cert, OpenAs::root);
     if (issuer.status() == ST_CERT_UNREADABLE) {
         std::printf("Failed to open the issuer certificate file: %s\n", paths::terminal_cert);
-    } else if (issuer.status() != ST_OK) {
+        return nullptr;
+    }
+    if (!issuer.ok()) {
         std::printf("Failed to read the issuer certificate file: %s\n", paths::terminal_cert);
+        return nullptr;
     }
     return std::move(*issuer);
 }
