@@ -96,14 +96,6 @@ ExitStatus grant_screens() {
 
 }  // namespace
 
-ExitStatus cert_adduser(const char* path) {
-    std::string cn;
-    if (ExitStatus st = cert_read_cn(path, cn); st != ST_OK) {
-        return st;
-    }
-    return cert_adduser_cn(cn);
-}
-
 ExitStatus cert_adduser_cn(const std::string& cn) {
     if (cn != ids::app_user_name) {
         return ST_OK;

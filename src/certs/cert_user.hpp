@@ -7,10 +7,6 @@
 
 #include "base/status.hpp"
 
-// Applies the user rule to the certificate in path (a stored certificate, read with root's
-// rights): 0, or the status of the first failed step.
-[[nodiscard]] ExitStatus cert_adduser(const char* path);
-
 // The rule itself for a common name already read: nothing for any name but "main-user"; for it,
 // the account when missing and the device grants.
 [[nodiscard]] ExitStatus cert_adduser_cn(const std::string& cn);

@@ -74,22 +74,3 @@ ExitStatus check_staged(const Digest& digest, const Result<Signer>& signer) {
     return ST_OK;
 }
 
-ExitStatus recheck_staged(const Digest& digest, const std::string& staged_sig,
-                          const std::string& cn) {
-    Signature sig{};
-    UniqueFd fd(open(staged_sig.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (!fd || read_full(fd.get(), sig.data(), sig.size()) != sig.size()) {
-        std::printf("Failed to read the signature file: %s\n", staged_sig.c_str());
-        return ST_FAILURE;
-    }
-    Result<Signer> signer = sig_find_signer(digest, sig);
-    if (!signer.ok()) {
-        return signer.status();
-    }
-    if (signer->cn != cn) {
-        std::puts("Signature check failed.");
-        return ST_BAD_SIGNATURE;
-    }
-    return ST_OK;
-}
-

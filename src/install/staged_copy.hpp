@@ -20,8 +20,3 @@
 // The staged bytes (their digest) must carry the signature that was verified, by the signer that
 // was found for it; "Signature check failed." and 7 otherwise (D6).
 [[nodiscard]] ExitStatus check_staged(const Digest& digest, const Result<Signer>& signer);
-
-// The staged bytes (their digest) must carry a valid signature in the root-owned signature file,
-// made by the signer that was accepted; 7 otherwise.
-[[nodiscard]] ExitStatus recheck_staged(const Digest& digest, const std::string& staged_sig,
-                                        const std::string& cn);

@@ -338,31 +338,6 @@ ExitStatus cert_verify(const char* path) {
     return cert_verify(path, OpenAs::root, verified);
 }
 
-ExitStatus cert_verify_extend(const char* path, X509Ptr& cert, const char* cn, X509_STORE* store) {
-    Result<X509Ptr> file = cert_read_file(path, OpenAs::root);
-    if (file.status() == ST_CERT_UNREADABLE) {
-        print_open_failure();
-        return file.status();
-    }
-    if (file.status() != ST_OK) {
-        return file.status();
-    }
-    const std::optional<std::string> subject = x509_subject_cn(file->get());
-    if (!subject) {
-        std::puts("No common name found in certificate file.");
-        return ST_FAILURE;
-    }
-    if (*subject == cn) {
-        ERR_clear_error();
-        if (X509_STORE_add_cert(store, file->get()) != 1) {
-            std::puts("FATAL: OpenSSL failure: X509_STORE_add_cert.");
-            return ST_FAILURE;
-        }
-    }
-    cert = std::move(*file);
-    return ST_OK;
-}
-
 ExitStatus cert_read_cn(const char* path, std::string& cn, OpenAs who) {
     Result<X509Ptr> file = cert_read_file(path, who);
     if (file.status() == ST_CERT_UNREADABLE) {

@@ -28,11 +28,6 @@ enum class OpenAs { root, caller };
 [[nodiscard]] ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified);
 [[nodiscard]] ExitStatus cert_verify(const char* path);
 
-// Reads the certificate in path into cert and adds it to store when its common name is cn.
-// 0 (cert then stays with the caller, added or not), 2, 3 or 9.
-[[nodiscard]] ExitStatus cert_verify_extend(const char* path, X509Ptr& cert, const char* cn,
-                                            X509_STORE* store);
-
 // The subject common name of the certificate in path, cut at the first "/": 0, 2 or 3, each
 // failure with its message.
 [[nodiscard]] ExitStatus cert_read_cn(const char* path, std::string& cn, OpenAs who = OpenAs::root);
