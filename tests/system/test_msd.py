@@ -28,25 +28,22 @@ def behave(term, tool, how):
     # A clean image is mounted and the mount's result is the answer.
     ("ok", "ok", 0, [CHECK, MOUNT_ARGV]),
     ("ok", "exit 1", 9, [CHECK, MOUNT_ARGV]),
-    ("ok", "signal 9", 9, [CHECK, MOUNT_ARGV]),
     # Damage found: repair and mount whatever they do, and answer 99 (the stub fails both fscks).
     ("exit 1", "ok", 99, [CHECK, REPAIR, MOUNT_ARGV]),
     ("exit 4", "exit 32", 99, [CHECK, REPAIR, MOUNT_ARGV]),
     ("signal 11", "ok", 99, [CHECK, REPAIR, MOUNT_ARGV]),
 ])
-@pytest.mark.parametrize("uid", [0, 500])
-def test_mount_checks_repairs_and_mounts(term, fsck, mount, status, runs, uid):
+def test_mount_checks_repairs_and_mounts(term, fsck, mount, status, runs):
     behave(term, FSCK, fsck)
     behave(term, MOUNT, mount)
-    assert run_cmd(term, ["--mount-msd"], uid=uid) == (status, b"")
+    assert run_cmd(term, ["--mount-msd"], uid=500) == (status, b"")
     assert tool_runs(term) == runs
 
 
 @pytest.mark.parametrize("how,status", [("ok", 0), ("exit 1", 9), ("signal 15", 9)])
-@pytest.mark.parametrize("uid", [0, 500])
-def test_umount_frees_the_loop_device_and_answers_with_its_result(term, how, status, uid):
+def test_umount_frees_the_loop_device_and_answers_with_its_result(term, how, status):
     behave(term, UMOUNT, how)
-    assert run_cmd(term, ["--umount-msd"], uid=uid) == (status, b"")
+    assert run_cmd(term, ["--umount-msd"], uid=500) == (status, b"")
     assert tool_runs(term) == [[b"umount", MOUNT_POINT, b"-d"]]
 
 
