@@ -42,58 +42,37 @@ def test_nothing_is_asked_when_both_are_installed(rt, pki):
     assert cert_reads(rt) == []
 
 
-@pytest.mark.parametrize("upper", [False, True])
-def test_good_values_restore_both_and_switch_the_anchor(rt, pki, upper):
-    rt.nvram_set("ProdSignCert", hex_line(pki.cert("prod-sign"), upper) + b"second line\n")
+@pytest.mark.parametrize("upper,pad", [(False, False), (True, True)])
+def test_good_values_restore_both_and_switch_the_anchor(rt, pki, upper, pad):
+    pem = pki.cert("prod-sign")
+    value = pem + b"\n" * (2047 - len(pem)) if pad else pem  # padded: the largest value
+    rt.nvram_set("ProdSignCert", hex_line(value, upper) + b"second line\n")
     rt.nvram_set("TerminalCert", hex_line(pki.cert("terminal"), upper))
     assert restore(rt) == (0, True)
-    assert rt.read(PROD) == pki.cert("prod-sign") and rt.exists(TERMINAL)
+    assert rt.read(PROD) == pem and rt.exists(TERMINAL)
     assert cert_reads(rt) == [b"ProdSignCert", b"TerminalCert"]
 
 
-def test_prod_sign_of_another_issuer_keeps_the_rki_anchor(rt, pki):
-    pki.issue("prod-sign-rki", "prod-sign", "rki", ca=True)
-    rt.nvram_set("ProdSignCert", hex_line(pki.cert("prod-sign-rki")))
-    assert restore(rt) == (0, False)
-    assert rt.exists(PROD)
-
-
-@pytest.mark.parametrize(
-    "value",
-    [
-        None,                       # unset: no line at all
-        b"abc\n",                   # odd length
-        b"zz\n",                    # not hexadecimal
-        "PEM",                      # printed without its line end: the last digit is lost
-        "CRLF",                     # only the line feed goes: the carriage return fails the decode
-        4095,                       # 4095 digits: odd
-        4096,                       # 4096 digits: too long for the conversion buffer
-    ],
-)
-def test_malformed_values_are_passed_over(rt, pki, value):
+@pytest.mark.parametrize("value,status,kept", [
+    (None, 0, False), (b"zz\n", 0, False),  # unset: no line at all; not hexadecimal
+    ("PEM", 0, False),  # printed without its line end: the last digit is lost
+    ("CRLF", 0, False),  # only the line feed goes: the carriage return fails the decode
+    (4096, 0, False),  # 4096 digits: too long for the conversion buffer
+    (b"\n", 3, False),  # nothing, which fails verification, and its file goes
+    ("rki", 0, True)])  # another issuer's: kept, and the RKI CA stays the anchor
+def test_other_values_leave_the_rki_anchor(rt, pki, value, status, kept):
     pem = pki.cert("prod-sign")
-    if value in ("PEM", "CRLF"):
+    if value == "rki":
+        pki.issue("prod-sign-rki", "prod-sign", "rki", ca=True)
+        value = hex_line(pki.cert("prod-sign-rki"))
+    elif value in ("PEM", "CRLF"):
         value = hex_line(pem, end=b"" if value == "PEM" else b"\r\n")
     elif isinstance(value, int):
         value = (pem.hex() + "0a" * 2048)[:value].encode() + b"\n"
     if value is not None:
         rt.nvram_set("ProdSignCert", value)
-    assert restore(rt) == (0, False)
-    assert not rt.exists(PROD)
-
-
-def test_largest_value_decodes_to_2047_bytes(rt, pki):
-    pem = pki.cert("prod-sign")
-    padded = pem + b"\n" * (2047 - len(pem))
-    rt.nvram_set("ProdSignCert", hex_line(padded))
-    assert restore(rt) == (0, True)
-    assert rt.read(PROD) == pem
-
-
-def test_empty_value_fails_verification_and_its_file_goes(rt):
-    rt.nvram_set("ProdSignCert", b"\n")
-    assert restore(rt) == (3, False)
-    assert not rt.exists("/tmp/prod-sign.crt") and not rt.exists(PROD)
+    assert restore(rt) == (status, False)
+    assert rt.exists(PROD) == kept and not rt.exists("/tmp/prod-sign.crt")
 
 
 def test_terminal_certificate_with_a_stored_common_name_stops_restoration(rt, pki):
