@@ -9,7 +9,7 @@ from datetime import datetime, timedelta, timezone
 import pytest
 from cryptography import x509
 from cryptography.hazmat.primitives import hashes, serialization
-from cryptography.hazmat.primitives.asymmetric import padding, rsa
+from cryptography.hazmat.primitives.asymmetric import rsa
 from cryptography.x509.oid import NameOID
 
 from helpers import provision, run_cmd, signed_file
@@ -67,7 +67,6 @@ def test_outputs_parse_strictly_and_match_what_openssl_makes(xt, pki, tmp_path, 
     # Parsed by each tool; python3-cryptography's reader is strict DER throughout.
     kind = "req" if csr else "x509"
     tool("openssl", kind, "-noout", "-text", input=pem)
-    tool("openssl", "asn1parse", "-in", tmp_path / "out.pem")
     tool("certtool", "--crq-info" if csr else "-i", "--infile", tmp_path / "out.pem")
     ours = load(pem)
 
@@ -98,25 +97,17 @@ def _dgst(key, data, *opts):
     return tool("openssl", "dgst", *opts, "-sign", key, input=data)
 
 
-def _pkeyutl(key, data, *opts):
-    digest = hashlib.sha256(data).digest()
-    return tool("openssl", "pkeyutl", "-sign", "-inkey", key, *opts, input=digest)
+def _raw_digest(key, data):
+    return tool("openssl", "pkeyutl", "-sign", "-inkey", key, input=hashlib.sha256(data).digest())
 
 
-def _cryptography(key, data):
-    private = serialization.load_pem_private_key(open(key, "rb").read(), None)
-    return private.sign(data, padding.PKCS1v15(), hashes.SHA256())
-
-
-# RSASSA-PKCS1-v1_5 with SHA-256 only, however it was made.
+# RSASSA-PKCS1-v1_5 with SHA-256 only, however it was made (the scheme is deterministic, so every
+# tool that makes it makes the same bytes).
 SIGNATURES = {
     "openssl dgst": (lambda k, d: _dgst(k, d, "-sha256"), 0),
-    "openssl pkeyutl": (lambda k, d: _pkeyutl(k, d, "-pkeyopt", "digest:sha256"), 0),
-    "cryptography": (_cryptography, 0),
     "pss": (lambda k, d: _dgst(k, d, "-sha256", "-sigopt", "rsa_padding_mode:pss"), 7),
     "sha1": (lambda k, d: _dgst(k, d, "-sha1"), 7),
-    "sha512": (lambda k, d: _dgst(k, d, "-sha512"), 7),
-    "raw digest": (_pkeyutl, 7),
+    "raw digest": (_raw_digest, 7),
 }
 
 
