@@ -42,8 +42,6 @@ def assert_run(r, status, sweep_lines, tail):
     assert sorted(middle.splitlines(keepends=True)) == sorted(sweep_lines), r.stdout
 
 
-# ---- trust anchors by role -------------------------------------------------------------------
-
 @pytest.mark.parametrize("stored, role, status", [
     # The installed production-signing certificate from "KeySigning" selects the bundle.
     (("prod-sign",), "acme", 0),
@@ -109,8 +107,6 @@ def test_damaged_intermediate_fails_every_verification_while_present(term, pki, 
             assert term.exists(STORE + name), name
         seen_damaged = seen_damaged or name == intermediate
 
-
-# ---- installing --------------------------------------------------------------------------------
 
 @pytest.mark.parametrize("arg, cwd", [("/tmp/dir/acme-offered.crt", "/"),
                                      ("acme-offered.crt", "/tmp/dir")])  # no slash: the name itself
@@ -208,8 +204,6 @@ def test_failed_remount_prints_on_the_same_line(term):
                              b"certificate: /tmp/offered.crt.\n")
 
 
-# ---- the application user ------------------------------------------------------------------------
-
 @pytest.mark.parametrize("serial_console", [False, True])
 def test_main_user_certificate_creates_the_account_and_grants_devices(make_term, pki, serial_console):
     term = make_term(main_user=False)
@@ -246,8 +240,6 @@ def test_failed_user_rule_keeps_the_certificate_out(make_term):
     assert_run(r, 9, lines, b"Failed to add user for certificate: /tmp/offered.crt.\n")
     assert not term.exists(STORE + "offered.crt")
 
-
-# ---- the sweep ------------------------------------------------------------------------------
 
 def test_sweep_deletes_what_no_longer_verifies_and_keeps_the_rest(term):
     lines = store(term, "prod-sign", "acme")

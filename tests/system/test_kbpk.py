@@ -189,27 +189,27 @@ def test_presence_is_judged_before_the_signature(kt, command, present):
 
 @pytest.mark.parametrize("command,deleted", [("--install-kbpk-check", False), ("--install-kbpk", True),
                                              ("--update-kbpk-pci-pin", True)])
-@pytest.mark.parametrize("signer", ["main-user", "tampered", "unsigned", "undeletable"])
+@pytest.mark.parametrize("signer", ["main-user", "tampered", "unsigned"])
 def test_refused_signers(kt, command, deleted, signer):
     give_kbpk(kt, 9, "8000")
-    path, uid = (KBPK, 0) if signer != "undeletable" else ("/tmp/ro/k", 500)
-    if signer == "undeletable":  # D2: the deletion is the caller's; its refusal changes no status
-        kt.mkdir("/tmp/ro", 0o755)
-    signed_file(kt, path, "acme" if signer in ("tampered", "unsigned") else "main-user",
-                data=KBPK_VALUE, uid=uid, gid=uid)
+    # D2: the deletion is the caller's, here one who may not delete the refused signer's file;
+    # its refusal changes no status.
+    path, uid = ("/tmp/ro/k", 500) if signer == "main-user" else (KBPK, 0)
+    kt.mkdir("/tmp/ro", 0o755)
+    signed_file(kt, path, signer if signer == "main-user" else "acme", data=KBPK_VALUE, uid=uid,
+                gid=uid)
     if signer == "tampered":
         kt.write(KBPK, KBPK_VALUE[::-1])
     elif signer == "unsigned":
         kt.remove(KBPK + ".sig")
     off = OFF if "update" in command else b""
-    message = {"main-user": b"Invalid signature: main-user.\n" + off,
-               "undeletable": b"Invalid signature: main-user.\n" + off + (
+    message = {"main-user": b"Invalid signature: main-user.\n" + off + (
                    b"Failed to delete invalid data/executable: /tmp/ro/k.\n" if deleted else b""),
                "tampered": b"Signature check failed.\n",
                "unsigned": b"Cannot access signature file: /tmp/kbpk.bin.sig\n"
                + (b"Failed to delete invalid signature: /tmp/kbpk.bin.sig.\n" if deleted else b"")}[signer]
     assert run(kt, command, "9" if "update" in command else "2", path=path, uid=uid) == (7, message)
-    kept = not deleted or signer == "undeletable"
+    kept = not deleted or signer == "main-user"
     assert kt.exists(path) == kept and kt.exists(path + ".sig") == (signer != "unsigned" and kept)
     assert kt.sapi.requests() == []
     assert files(kt, ".FLAG0009", ".KBPK0002") == {".FLAG0009": b"8000", ".KBPK0002": None}

@@ -53,11 +53,9 @@ def test_install_writes_the_protected_key_for_the_caller(kt, uid, gid, dest, tar
 
 @pytest.mark.parametrize("dest,status,out", [
     ("key.opk", 8, b""),
-    ("/usr/local/key.opk", 8, b"Invalid destination path: /usr/local/key.opk\n"),
     ("/home/app/../../etc/x.opk", 8, b"Invalid destination path: /home/app/../../etc/x.opk\n"),
     ("/home/app//x.opk", 8, b"Invalid destination path: /home/app//x.opk\n"),
     ("/home/out/x.opk", 8, b"Invalid destination path: /home/out/x.opk\n"),  # D7: a link to /etc
-    ("/home/out/", 8, b"Invalid destination path: /home/out/\n"),
     ("/home/app/old.opk/x.opk", 8, b"Invalid destination path: /home/app/old.opk/x.opk\n"),
     ("/home/app/old.opk", 4, b"Destination file already exists: /home/app/old.opk\n"),
     ("/home/app/", 4, b"Destination file already exists: /home/app/k1.tr31\n"),

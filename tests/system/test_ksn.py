@@ -21,20 +21,22 @@ def line(index, ksn):
     return f"{index}:{ksn.hex().upper()}\n".encode()
 
 
-def echo(*lines):
-    """What the rewrite prints for each line it reads: the line's own end makes an empty line."""
-    return b"".join(b"New Line " + entry + b"\n" for entry in lines)
-
-
 # Lines kept as they were: no entry at all, or an entry whose KSN is not hexadecimal.
 NO_ENTRY = [b"abc", b"3-FFFF", b"99999999999:" + A.hex().encode()]
 NO_KSN = [b"3:FFFF98765432ZZE00001", b"3:FFFF"]
 KEPT = b"".join(entry + b"\n" for entry in NO_ENTRY + NO_KSN)
 
 
-def corrupt(entry):
-    why = b"Corrupt file data" if entry in NO_KSN else b"Corrupt file entry: " + entry + b"\n\n"
-    return echo(entry + b"\n") + why
+def echo(log):
+    """What the rewrite prints for each line it reads: the line's own end makes an empty line."""
+    out = b""
+    for entry in log.splitlines():
+        out += b"New Line " + entry + b"\n\n"
+        if entry in NO_ENTRY:
+            out += b"Corrupt file entry: " + entry + b"\n\n"
+        elif entry in NO_KSN:
+            out += b"Corrupt file data"
+    return out
 
 
 def update(term, record, log=None, uid=0, first_read=None):
@@ -49,34 +51,27 @@ def kt(make_term):
     return make_term(sapi=True)
 
 
-@pytest.mark.parametrize("log,record,stdout,new_log,answer", [
-    pytest.param(line(3, A), KEY3 + A_LATER, echo(line(3, A)), line(3, A_LATER), b"\x0a" + A,
-                 id="same-initial-key-replaced"),
-    pytest.param(line(3, A), KEY3 + A_OTHER, echo(line(3, A)), line(3, A) + line(3, A_OTHER),
-                 UNMATCHED, id="other-initial-key-appended"),
-    pytest.param(line(4, A), KEY3 + A, echo(line(4, A)), line(4, A) + line(3, A), UNMATCHED,
-                 id="other-key-appended"),
-    pytest.param(b"3:ffff9876543210e00001\n", KEY3 + A_LATER, echo(b"3:ffff9876543210e00001\n"),
-                 line(3, A_LATER), b"\x0a" + A, id="lower-case-read-upper-case-written"),
-    pytest.param(line(3, A) + line(7, C) + line(3, A_LATER), KEY3 + A,
-                 echo(line(3, A), line(7, C), line(3, A_LATER)), line(3, A) + line(7, C) + line(3, A),
-                 b"\x0a" + A_LATER, id="every-match-replaced-last-one-answered"),
-    pytest.param(b" +3:" + A.hex().upper().encode() + b"trailing\n", KEY3 + A_LATER,
-                 echo(b" +3:" + A.hex().upper().encode() + b"trailing\n"), line(3, A_LATER),
-                 b"\x0a" + A, id="blanks-sign-and-trailing-characters-accepted"),
-    pytest.param(KEPT + line(3, A), KEY3 + A_LATER,
-                 b"".join(map(corrupt, NO_ENTRY + NO_KSN)) + echo(line(3, A)),
-                 KEPT + line(3, A_LATER), b"\x0a" + A, id="lines-that-are-no-entry-kept"),
+@pytest.mark.parametrize("log,ksn,new_log,answered", [
+    pytest.param(line(3, A), A_LATER, line(3, A_LATER), A, id="same-initial-key-replaced"),
+    pytest.param(line(3, A), A_OTHER, line(3, A) + line(3, A_OTHER), None,
+                 id="other-initial-key-appended"),
+    pytest.param(line(4, A), A, line(4, A) + line(3, A), None, id="other-key-appended"),
+    pytest.param(line(3, A) + line(7, C) + line(3, A_LATER), A,
+                 line(3, A) + line(7, C) + line(3, A), A_LATER,
+                 id="every-match-replaced-last-one-answered"),
+    pytest.param(b" +3:" + A.hex().upper().encode() + b"trailing\n", A_LATER, line(3, A_LATER), A,
+                 id="blanks-sign-and-trailing-characters-accepted"),
+    pytest.param(KEPT + line(3, A), A_LATER, KEPT + line(3, A_LATER), A,
+                 id="lines-that-are-no-entry-kept"),
 ])
-def test_log_is_rewritten_and_the_device_answered(kt, log, record, stdout, new_log, answer):
-    assert update(kt, record, log) == (0, stdout)
+def test_log_is_rewritten_and_the_device_answered(kt, log, ksn, new_log, answered):
+    assert update(kt, KEY3 + ksn, log) == (0, echo(log))
     assert kt.read(LOG) == new_log
-    assert kt.sapi.proc_writes() == [answer]
+    assert kt.sapi.proc_writes() == [UNMATCHED if answered is None else b"\x0a" + answered]
     assert not kt.exists(LOG + ".temp")
 
 
 @pytest.mark.parametrize("record,first_read,entry", [
-    pytest.param(KEY3 + A, None, line(3, A), id="report"),
     pytest.param(KEY3 + A + b"ignored" * 500, None, line(3, A), id="rest-ignored"),
     pytest.param(KEY3 + A, 5, line(3, A), id="two-reads"),
     pytest.param(b"\x03\x00\xab", None, b"3:AB000000000000000000\n", id="missing-bytes-zero"),
