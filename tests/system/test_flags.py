@@ -72,7 +72,8 @@ def test_flag_failure_is_logged_without_restart(term, syslog, option, name, done
 
 
 @pytest.mark.parametrize("failure,uid,status,logged", [
-    ("denied", 1000, 6, "Access denied"), ("unsigned", 0, 7, "Error- 7"), ("erase", 0, 9, "Error- 9")])
+    ("denied", 1000, 6, "Access denied"), ("unsigned", 0, 7, "Error- 7"),
+    ("erase", 0, 9, "Error- 9")])
 def test_failed_update_is_logged_in_its_own_words(term, syslog, failure, uid, status, logged):
     if failure == "unsigned":
         term.write("/tmp/os.img", b"unsigned")

@@ -51,7 +51,8 @@ def files(term, *names):
 @pytest.mark.parametrize("role,prod_sign,flags,uid", [
     ("rki-acme", False, b"\x00\x00", 0), ("rki-HSM-PCI-PIN", False, b"\x00\x80", 0),
     ("acme", True, b"\x00\x40", 500), ("HSM-PCI-PIN", True, b"\x00\xc0", 0)])
-def test_install_sends_the_file_behind_flags_and_stores_the_reply(term, role, prod_sign, flags, uid):
+def test_install_sends_the_file_behind_flags_and_stores_the_reply(term, role, prod_sign, flags,
+                                                                  uid):
     kt = key_terminal(term, prod_sign)
     signed_file(kt, KBPK, role, data=KBPK_VALUE, mode=0o600, uid=uid, gid=uid)
     assert run(kt, "--install-kbpk-check", "12", uid=uid) == (0, b"KBPK can be installed.\n")

@@ -107,8 +107,8 @@ def load(pem):
     return x509.load_pem_x509_certificate(pem)
 
 
-@pytest.mark.parametrize("option,make,lead,room", [("--x509-csr", csr_record, "", 180),
-                                                   ("--x509-generate", gen_record, "TS01234567", 170)])
+@pytest.mark.parametrize("option,make,lead,room", [
+    ("--x509-csr", csr_record, "", 180), ("--x509-generate", gen_record, "TS01234567", 170)])
 @pytest.mark.parametrize("cn,subject_cn", [
     (0, None), (1, ""),  # the longest name that fits, and one longer, which is left out
     # A refused country and bytes of 0x80 or more are compared with openssl's in test_interop.
