@@ -40,9 +40,9 @@ def test_stub_records_what_the_tool_was_given(term):
     assert (call.uid, call.euid, call.gid, call.egid) == (1000, 1000, 1001, 1001)
 
 
-def test_device_record_can_come_in_short_reads(term, sapi):
+def test_device_record_can_come_in_short_reads(make_term):
     # Without a short first read the program's handling of one is never exercised.
-    record = bytes(range(256)) * 16
-    sapi.set_proc_record(record, first_read=100)
+    term, record = make_term(sapi=True), bytes(range(256)) * 16
+    term.sapi.set_proc_record(record, first_read=100)
     with open(term.path("/proc/sapi"), "rb", buffering=0) as f:
         assert (f.read(4096), f.read(4096), f.read(4096)) == (record[:100], record[100:], b"")
