@@ -43,8 +43,7 @@ def test_remove_outside_the_application_file_system_or_of_half_a_pair_is_refused
     installed.symlink("/etc/passwd", "/usr/local/app/out")
     installed.symlink("/usr/local/app/roots", "/tmp/in")
     installed.write("/usr/local/app/nosig", b"data")
-    r = run_cmd(installed, ["--remove", path], uid=0)
-    assert (r.status, r.stdout) == (status, message)
+    assert run_cmd(installed, ["--remove", path], uid=0) == (status, message)
     assert installed.exists("/etc/passwd") and installed.exists("/usr/local/app/roots.sig")
     assert installed.exists("/usr/local/app/nosig") and installed.usr_local_readonly()
 
@@ -73,8 +72,7 @@ def test_rename_moves_the_pair_and_a_certificate_goes_alone(installed, old, new,
     ("/usr/local/app/theirs", 8, b"Invalid destination file: /usr/local/app/theirs\n"),
     ("x", 9, b"")])
 def test_rename_stays_in_its_directory(installed, new, status, message):
-    r = run_cmd(installed, ["--rename", "/usr/local/app/roots", new])
-    assert (r.status, r.stdout) == (status, message)
+    assert run_cmd(installed, ["--rename", "/usr/local/app/roots", new]) == (status, message)
     assert installed.exists("/usr/local/app/roots") and installed.exists("/usr/local/app/roots.sig")
 
 
