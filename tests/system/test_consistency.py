@@ -39,7 +39,7 @@ def test_sound_terminal_passes_and_makes_the_state_directory_unless_a_name_is_th
     assert (r.status, r.stdout) == (
         1, BANNER + b"/usr/local/share/certs/detamper.crt - certificate - verified\n" + usage())
     mode = term.lstat("/home/orvin/.sapi").st_mode
-    assert (stat.S_ISDIR(mode), stat.S_IMODE(mode)) == ((False, 0o644) if planted else (True, 0o700))
+    assert (stat.S_ISDIR(mode), stat.S_IMODE(mode)) == (not planted, 0o644 if planted else 0o700)
 
 
 # The first missing one in the program's order is reported.
@@ -81,17 +81,15 @@ def test_files_are_tested_with_the_callers_rights(term, path, line, uid, status)
     assert r.stdout.endswith(line + FAILED if status == 9 else usage())
 
 
-@pytest.mark.parametrize("remount_fails", [False, True])
-def test_invalid_certificate_is_deleted_or_the_check_fails(term, remount_fails):
+def test_invalid_certificate_that_cannot_be_deleted_fails_the_check(term):
+    # One that can be deleted just goes; one that cannot stops the run.
     term.write("/usr/local/share/certs/old.crt", term.pki.cert("acme"))
-    if remount_fails:
-        term.break_remount()
+    term.break_remount()
     r = term.run([])
-    line = b"/usr/local/share/certs/old.crt - certificate invalid - delete"
-    tail = (b"Failed to delete invalid certificate: /usr/local/share/certs/old.crt.\n" + FAILED
-            if remount_fails else b"\n" + usage())
-    assert (r.status, r.stdout) == (9 if remount_fails else 1, BANNER + line + tail)
-    assert term.exists("/usr/local/share/certs/old.crt") == remount_fails
+    assert (r.status, r.stdout) == (9, BANNER + b"/usr/local/share/certs/old.crt - certificate "
+                                    b"invalid - deleteFailed to delete invalid certificate: "
+                                    b"/usr/local/share/certs/old.crt.\n" + FAILED)
+    assert term.exists("/usr/local/share/certs/old.crt")
 
 
 LED = "/sys/class/leds/LED8:GREEN"
