@@ -21,13 +21,9 @@ def installed(term):
     (500, 500, "roots", 6), (1000, 1000, "mine", 6), (1000, 0, "roots", 0)])
 def test_remove_follows_owner_and_group(installed, uid, gid, name, status):
     path = f"/usr/local/app/{name}"
-    r = run_cmd(installed, ["--remove", path], uid=uid, gid=gid)
-    if status == 0:
-        assert (r.status, r.stdout) == (0, b"File removed.\n")
-        assert not installed.exists(path) and not installed.exists(path + ".sig")
-    else:
-        assert (r.status, r.stdout) == (6, f"Access denied: {path}.\n".encode())
-        assert installed.exists(path) and installed.exists(path + ".sig")
+    out = f"Access denied: {path}.\n".encode() if status else b"File removed.\n"
+    assert run_cmd(installed, ["--remove", path], uid=uid, gid=gid) == (status, out)
+    assert installed.exists(path) == installed.exists(path + ".sig") == bool(status)
     assert installed.usr_local_readonly()
 
 
