@@ -89,22 +89,28 @@ def test_paused_run_keeps_its_own_limits_and_signals_and_holds_the_next(acme):
 
 
 @pytest.mark.parametrize("hard", [False, True])
-def test_install_survives_the_callers_limits(acme, hard):
+def test_installs_at_once_under_the_callers_limits_both_complete(acme, hard):
     # D4: limits are lifted and the umask set before anything else, so the caller cannot kill an
-    # install midway or shape what it makes.
-    # Hard limits that cannot be raised again stop the run before it starts, never half way.
+    # install midway or shape what it makes; hard limits that cannot be raised again stop the run
+    # before it starts, never half way. D22: the second run waits, so neither finds /usr/local/
+    # locked under it or its file swept.
     data = os.urandom(24 << 20)
     signed_file(acme, "/tmp/big", "acme", data=data, uid=1000, gid=1000)
     limits = caller_limits(hard, CPU=1, FSIZE=1000, NOFILE=5, STACK=65536,
                            **({} if ASAN else {"AS": 96 << 20, "DATA": 32 << 20}))
-    r = acme.run(["--install", "/tmp/big", "/usr/local/acme/"], uid=1000, rlimits=limits,
-                 umask=0o077)
-    if hard and not can_raise_hard_limits():
-        assert (r.status, r.stdout) == (9, b"FATAL: Failed to set resource limits.\n")
+    fatal = hard and not can_raise_hard_limits()
+    for round_ in range(3):
+        runs = [acme.popen(["--install", "/tmp/big", f"/usr/local/acme/{round_}{n}/"], uid=1000,
+                           rlimits=limits, umask=0o077) for n in "ab"]
+        outcomes = [(c.wait(120), c.stdout.read()) for c in runs]
+        if fatal:
+            assert outcomes == [(9, b"FATAL: Failed to set resource limits.\n")] * 2
+        else:
+            assert [(st, out[-23:]) for st, out in outcomes] == [(0, b"Signed file installed.\n")] * 2
+            assert all(acme.read(f"/usr/local/acme/{round_}{n}/big") == data for n in "ab")
+    if fatal:
         assert not acme.exists("/usr/local/acme")
     else:
-        assert (r.status, r.stdout[-23:]) == (0, b"Signed file installed.\n")
-        assert acme.read("/usr/local/acme/big") == data
         assert stat.S_IMODE(acme.lstat("/usr/local/acme").st_mode) == 0o555  # not the caller's umask
     assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
 
@@ -176,18 +182,6 @@ def test_input_that_is_not_a_regular_file_is_refused_at_once(acme, args, special
             os.close(writer)
     assert r.stdout.startswith(BANNER) and (r.status, r.stdout[-len(expected[1]):]) == expected
     assert acme.calls("/usr/bin/nandwrite") == [] and acme.usr_local_readonly()
-
-
-def test_two_installs_at_once_both_complete(acme):
-    # D22: the second run waits, so neither finds /usr/local/ locked under it or its file swept.
-    data = os.urandom(24 << 20)
-    signed_file(acme, "/tmp/big", "acme", data=data)
-    for round_ in range(3):
-        runs = [acme.popen(["--install", "/tmp/big", f"/usr/local/acme/{round_}{n}/"]) for n in "ab"]
-        assert [c.wait(120) for c in runs] == [0, 0]
-        for n in "ab":
-            assert acme.read(f"/usr/local/acme/{round_}{n}/big") == data
-    assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
 
 
 def test_image_swapped_for_another_size_is_never_flashed(acme):
