@@ -45,13 +45,6 @@ def kbpk_install(term, pki):
     return ["--install-kbpk", "4", KBPK_FILE], [SAPI + ".KBPK0004", SAPI + ".FLAG0004", SAPI + ".sha256"]
 
 
-def key_install(term, pki):
-    give_kbpk(term, 5)
-    term.mkdir("/home/app")
-    term.write("/tmp/k1.tr31", tr31())
-    return ["--install-key", "5", "/tmp/k1.tr31", "/home/app/"], [SAPI + ".sha256"]
-
-
 def init_keys(term, pki):
     pki.issue("terminal", "terminal-0001", "prod-sign")
     for key, role in (("ProdSignCert", "prod-sign"), ("TerminalCert", "terminal")):
@@ -101,8 +94,7 @@ def honest(make_term, pki, scenario):
 @pytest.mark.parametrize("scenario,name", [
     (ksn, LOG), (ksn, LOG + ".temp"), (dmesg, DMESG), (rate_limit, RATE),
     (kbpk_install, SAPI + ".FLAG0004"), (kbpk_install, SAPI + ".sha256"),
-    (kbpk_install, SAPI + ".sha256-hashes"), (key_install, SAPI + ".sha256"),
-    (init_keys, "/tmp/prod-sign.crt")],
+    (kbpk_install, SAPI + ".sha256-hashes"), (init_keys, "/tmp/prod-sign.crt")],
     ids=lambda v: v.__name__ if callable(v) else v.rsplit("/", 1)[-1])
 @pytest.mark.parametrize("kind", ["file", "link", "fifo", "dir"])
 def test_planted_names_never_redirect_give_away_or_block_a_state_write(make_term, pki, scenario,
