@@ -54,7 +54,6 @@ def test_existing_destination_is_never_overwritten(app):
     [
         ("/usr/local/acme", "/etc", "/usr/local/acme/app"),
         ("/usr/local/acme", "/usr/local/share", "/usr/local/acme/app"),
-        ("/usr/local/share/fonts", "/usr/local/acme", "/usr/local/share/fonts/x"),
         ("/usr/local/share/gone", "/nonexistent/dir", "/usr/local/share/gone/x"),
         ("/usr/local/acme", "/tmp", "/usr/local/acme/new/deeper/app"),
     ],
