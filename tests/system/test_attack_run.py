@@ -106,7 +106,7 @@ def test_installs_at_once_under_the_callers_limits_both_complete(acme, hard):
         if fatal:
             assert outcomes == [(9, b"FATAL: Failed to set resource limits.\n")] * 2
         else:
-            assert [(st, out[-23:]) for st, out in outcomes] == [(0, b"Signed file installed.\n")] * 2
+            assert [(st, o[-23:]) for st, o in outcomes] == [(0, b"Signed file installed.\n")] * 2
             assert all(acme.read(f"/usr/local/acme/{round_}{n}/big") == data for n in "ab")
     if fatal:
         assert not acme.exists("/usr/local/acme")
@@ -141,15 +141,13 @@ def test_output_reader_that_goes_or_stalls_neither_ends_nor_holds_an_install(acm
     assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
 
 
-SIG = b"\1" * 256
-OPEN_CERT = (2, b"FATAL: Failed to open certificate file.\n")
 OPEN_DATA = (9, b"FATAL: Failed to open the file to verify.\n")
 OPEN_SIG = (9, b"Failed to open the signature file: /tmp/x.sig\n")
 # (arguments, the name that is not a regular file, what a file that cannot be opened there gives;
 # a TR-31 file is judged by its size first, and no FIFO or socket has a right one). An install
 # runs its check first, so its row covers the check command too.
 INPUTS = [
-    (["--install-cert", "/tmp/x"], "/tmp/x", OPEN_CERT),
+    (["--install-cert", "/tmp/x"], "/tmp/x", (2, b"FATAL: Failed to open certificate file.\n")),
     (["--install", "/tmp/x", "/usr/local/acme/"], "/tmp/x", OPEN_DATA),
     (["--install", "/tmp/x", "/usr/local/acme/"], "/tmp/x.sig", OPEN_SIG),
     (["--install-image-check", "/tmp/x"], "/tmp/x", OPEN_DATA),
@@ -166,7 +164,7 @@ INPUTS = [
 def test_input_that_is_not_a_regular_file_is_refused_at_once(acme, args, special, expected, kind):
     # D3: nothing the caller names can hold the process in open or read.
     acme.write("/tmp/x", b"x" * SCREEN, 0o644, 500, 500)
-    acme.write("/tmp/x.sig", SIG, 0o644, 500, 500)
+    acme.write("/tmp/x.sig", b"\1" * 256, 0o644, 500, 500)
     acme.write("/home/orvin/.sapi/.KBPK0005", b"k" * 64, 0o600)
     acme.remove(special)
     host = acme.path(special)
