@@ -38,9 +38,3 @@ def make_term(pki):
 @pytest.fixture
 def term(make_term):
     return make_term()
-
-
-@pytest.fixture
-def sapi(term):
-    """The simulated Security API device on the terminal's "/dev/sapi0" and "/proc/sapi"."""
-    return term.start_sapi()

@@ -4,7 +4,6 @@ import fcntl
 import os
 import resource
 import signal
-import socket
 import stat
 import time
 
@@ -14,6 +13,9 @@ from helpers import BANNER, provision, racing, signed_file
 
 RUN_IGNORED = [signal.SIGPIPE, signal.SIGINT, signal.SIGQUIT, signal.SIGHUP, signal.SIGTSTP,
                signal.SIGTTIN, signal.SIGTTOU, signal.SIGXFSZ, signal.SIGXCPU]
+RUN_LIMITS = {"Max cpu time": "unlimited", "Max file size": "unlimited", "Max open files": "4096",
+              "Max data size": "unlimited", "Max address space": "unlimited",
+              "Max stack size": str(8 << 20), "Max core file size": "0"}
 SCREEN = 131072
 ASAN = "ASAN_OPTIONS" in os.environ
 
@@ -33,10 +35,6 @@ def caller_limits(hard=False, **soft):
         value = resource.getrlimit(getattr(resource, "RLIMIT_" + name))[1]
         return None if value == resource.RLIM_INFINITY else value
     return {name: (value, value if hard else own(name)) for name, value in soft.items()}
-
-
-def mask(signals):
-    return sum(1 << (int(s) - 1) for s in signals)
 
 
 def wait_for(predicate, seconds=20):
@@ -70,7 +68,8 @@ def test_paused_run_keeps_its_own_limits_and_signals_and_holds_the_next(acme):
     finally:
         signal.signal(signal.SIGALRM, old_alrm)
         signal.pthread_sigmask(signal.SIG_SETMASK, old_mask)
-    wait_for(lambda: acme.exists("/var/sim/signals.log") and b"dmesg" in acme.read("/var/sim/signals.log"))
+    log = "/var/sim/signals.log"
+    wait_for(lambda: acme.exists(log) and b"dmesg" in acme.read(log))
     with open(f"/proc/{first.pid}/status") as f:
         status = dict(line.split(":\t", 1) for line in f)
     with open(f"/proc/{first.pid}/limits") as f:
@@ -80,36 +79,38 @@ def test_paused_run_keeps_its_own_limits_and_signals_and_holds_the_next(acme):
     assert second.poll() is None
     assert first.wait(30) == 0 and second.wait(30) == 1
 
-    assert int(status["SigIgn"], 16) == mask(RUN_IGNORED)
+    assert int(status["SigIgn"], 16) == sum(1 << (int(s) - 1) for s in RUN_IGNORED)
     assert int(status["SigBlk"], 16) == 0
-    tools = acme.read("/var/sim/signals.log").splitlines()
+    tools = acme.read(log).splitlines()
     assert tools and all(t.endswith(b" ign=%016x blk=%016x" % (0, 0)) for t in tools), tools
-    for name in ["Max cpu time", "Max file size", "Max data size", "Max address space"]:
-        assert shown[name] == ["unlimited", "unlimited"], name
-    assert shown["Max open files"] == ["4096", "4096"]
-    assert shown["Max stack size"] == [str(8 << 20)] * 2
-    assert shown["Max core file size"] == ["0", "0"]
+    assert {name: shown[name] for name in RUN_LIMITS} == {n: [v, v] for n, v in RUN_LIMITS.items()}
     st = acme.lstat("/home/orvin/.run-lock")
     assert stat.S_ISREG(st.st_mode) and (st.st_uid, stat.S_IMODE(st.st_mode)) == (0, 0o600)
 
 
 @pytest.mark.parametrize("hard", [False, True])
-def test_install_survives_the_callers_limits(acme, hard):
+def test_installs_at_once_under_the_callers_limits_both_complete(acme, hard):
     # D4: limits are lifted and the umask set before anything else, so the caller cannot kill an
-    # install midway or shape what it makes.
-    # Hard limits that cannot be raised again stop the run before it starts, never half way.
+    # install midway or shape what it makes; hard limits that cannot be raised again stop the run
+    # before it starts, never half way. D22: the second run waits, so neither finds /usr/local/
+    # locked under it or its file swept.
     data = os.urandom(24 << 20)
     signed_file(acme, "/tmp/big", "acme", data=data, uid=1000, gid=1000)
     limits = caller_limits(hard, CPU=1, FSIZE=1000, NOFILE=5, STACK=65536,
                            **({} if ASAN else {"AS": 96 << 20, "DATA": 32 << 20}))
-    r = acme.run(["--install", "/tmp/big", "/usr/local/acme/"], uid=1000, rlimits=limits,
-                 umask=0o077)
-    if hard and not can_raise_hard_limits():
-        assert (r.status, r.stdout) == (9, b"FATAL: Failed to set resource limits.\n")
+    fatal = hard and not can_raise_hard_limits()
+    for round_ in range(3):
+        runs = [acme.popen(["--install", "/tmp/big", f"/usr/local/acme/{round_}{n}/"], uid=1000,
+                           rlimits=limits, umask=0o077) for n in "ab"]
+        outcomes = [(c.wait(120), c.stdout.read()) for c in runs]
+        if fatal:
+            assert outcomes == [(9, b"FATAL: Failed to set resource limits.\n")] * 2
+        else:
+            assert [(st, o[-23:]) for st, o in outcomes] == [(0, b"Signed file installed.\n")] * 2
+            assert all(acme.read(f"/usr/local/acme/{round_}{n}/big") == data for n in "ab")
+    if fatal:
         assert not acme.exists("/usr/local/acme")
     else:
-        assert (r.status, r.stdout[-23:]) == (0, b"Signed file installed.\n")
-        assert acme.read("/usr/local/acme/big") == data
         assert stat.S_IMODE(acme.lstat("/usr/local/acme").st_mode) == 0o555  # not the caller's umask
     assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
 
@@ -117,55 +118,36 @@ def test_install_survives_the_callers_limits(acme, hard):
 LONG_DEST = "/usr/local/acme/" + "/".join(["d" * 200] * 16) + "/"
 
 
-def test_closed_output_pipe_does_not_end_an_install(acme):
-    # D4: the reader goes away before the long lines are written; SIGPIPE must not end the run.
+@pytest.mark.parametrize("reader", ["gone", "stalled"])
+def test_output_reader_that_goes_or_stalls_neither_ends_nor_holds_an_install(acme, reader):
+    # D4: the reader goes before the long lines are written (SIGPIPE must not end the run), or
+    # reads none of more output than the pipe has room for: the install still ends its writable
+    # window, and (D22) the next run does not wait for this one's reader.
     signed_file(acme, "/tmp/app", "acme", uid=1000, gid=1000)
     child = acme.popen(["--install", "/tmp/app", LONG_DEST], uid=1000)
-    child.stdout.close()
+    if reader == "gone":
+        child.stdout.close()
+    else:
+        fcntl.fcntl(child.stdout.fileno(), fcntl.F_SETPIPE_SZ, 4096)
+        filler = os.open(f"/proc/{child.pid}/fd/1", os.O_WRONLY)
+        os.write(filler, b"\0")
+        os.close(filler)
+        wait_for(lambda: acme.exists(LONG_DEST + "app") and acme.usr_local_readonly())
+        assert acme.run([], uid=1000, timeout=20).status == 1
+        assert child.stdout.read().endswith(
+            b"Data file installed: " + LONG_DEST.encode() + b"app\nSigned file installed.\n")
     assert child.wait(30) == 0
     assert acme.read(LONG_DEST + "app") == b"payload\n" and acme.exists(LONG_DEST + "app.sig")
     assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
 
 
-def test_output_nobody_reads_holds_neither_a_window_nor_later_runs(acme):
-    # D4, D22: more output than the pipe has room for, and nobody reads it. The install still ends its
-    # writable window, and the next run does not wait for this one's reader.
-    signed_file(acme, "/tmp/app", "acme", uid=1000, gid=1000)
-    child = acme.popen(["--install", "/tmp/app", LONG_DEST], uid=1000)
-    fcntl.fcntl(child.stdout.fileno(), fcntl.F_SETPIPE_SZ, 4096)
-    filler = os.open(f"/proc/{child.pid}/fd/1", os.O_WRONLY)
-    os.write(filler, b"\0")
-    os.close(filler)
-    wait_for(lambda: acme.exists(LONG_DEST + "app") and acme.usr_local_readonly())
-    assert acme.run([], uid=1000, timeout=20).status == 1
-    out = child.stdout.read()
-    assert child.wait(20) == 0
-    assert out.endswith(b"Data file installed: " + LONG_DEST.encode() + b"app\nSigned file installed.\n")
-
-
-def make_special(term, path, kind):
-    host = term.path(path)
-    if kind == "fifo":
-        os.mkfifo(host, 0o666)
-    elif kind == "dir":
-        os.mkdir(host, 0o777)
-    else:
-        s = socket.socket(socket.AF_UNIX)
-        s.bind(host)
-        s.close()
-        os.chmod(host, 0o666)
-
-
-SIG = b"\1" * 256
-OPEN_CERT = (2, b"FATAL: Failed to open certificate file.\n")
 OPEN_DATA = (9, b"FATAL: Failed to open the file to verify.\n")
 OPEN_SIG = (9, b"Failed to open the signature file: /tmp/x.sig\n")
 # (arguments, the name that is not a regular file, what a file that cannot be opened there gives;
-# a TR-31 file is judged by its size first, and no FIFO or socket has a right one)
+# a TR-31 file is judged by its size first, and no FIFO or socket has a right one). An install
+# runs its check first, so its row covers the check command too.
 INPUTS = [
-    (["--install-cert-check", "/tmp/x"], "/tmp/x", OPEN_CERT),
-    (["--install-cert", "/tmp/x"], "/tmp/x", OPEN_CERT),
-    (["--install-check", "/tmp/x", "/usr/local/acme/"], "/tmp/x", OPEN_DATA),
+    (["--install-cert", "/tmp/x"], "/tmp/x", (2, b"FATAL: Failed to open certificate file.\n")),
     (["--install", "/tmp/x", "/usr/local/acme/"], "/tmp/x", OPEN_DATA),
     (["--install", "/tmp/x", "/usr/local/acme/"], "/tmp/x.sig", OPEN_SIG),
     (["--install-image-check", "/tmp/x"], "/tmp/x", OPEN_DATA),
@@ -176,16 +158,21 @@ INPUTS = [
 ]
 
 
-@pytest.mark.parametrize("kind", ["fifo", "dir", "socket"])
+@pytest.mark.parametrize("kind", [stat.S_IFIFO, stat.S_IFSOCK, stat.S_IFDIR],
+                         ids=["fifo", "socket", "dir"])
 @pytest.mark.parametrize("args,special,expected", INPUTS, ids=lambda v: str(v))
 def test_input_that_is_not_a_regular_file_is_refused_at_once(acme, args, special, expected, kind):
     # D3: nothing the caller names can hold the process in open or read.
     acme.write("/tmp/x", b"x" * SCREEN, 0o644, 500, 500)
-    acme.write("/tmp/x.sig", SIG, 0o644, 500, 500)
+    acme.write("/tmp/x.sig", b"\1" * 256, 0o644, 500, 500)
     acme.write("/home/orvin/.sapi/.KBPK0005", b"k" * 64, 0o600)
     acme.remove(special)
-    make_special(acme, special, kind)
-    writer = os.open(acme.path(special), os.O_RDWR | os.O_NONBLOCK) if kind == "fifo" else None
+    host = acme.path(special)
+    if kind == stat.S_IFDIR:
+        os.mkdir(host, 0o777)
+    else:
+        os.mknod(host, kind | 0o666)
+    writer = os.open(host, os.O_RDWR | os.O_NONBLOCK) if kind == stat.S_IFIFO else None
     try:
         r = acme.run(args, uid=500, timeout=20)
     finally:
@@ -193,18 +180,6 @@ def test_input_that_is_not_a_regular_file_is_refused_at_once(acme, args, special
             os.close(writer)
     assert r.stdout.startswith(BANNER) and (r.status, r.stdout[-len(expected[1]):]) == expected
     assert acme.calls("/usr/bin/nandwrite") == [] and acme.usr_local_readonly()
-
-
-def test_two_installs_at_once_both_complete(acme):
-    # D22: the second run waits, so neither finds /usr/local/ locked under it or its file swept.
-    data = os.urandom(24 << 20)
-    signed_file(acme, "/tmp/big", "acme", data=data)
-    for round_ in range(3):
-        runs = [acme.popen(["--install", "/tmp/big", f"/usr/local/acme/{round_}{n}/"]) for n in "ab"]
-        assert [c.wait(120) for c in runs] == [0, 0]
-        for n in "ab":
-            assert acme.read(f"/usr/local/acme/{round_}{n}/big") == data
-    assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
 
 
 def test_image_swapped_for_another_size_is_never_flashed(acme):
@@ -215,21 +190,16 @@ def test_image_swapped_for_another_size_is_never_flashed(acme):
         acme.mkdir(d, 0o755, 500, 500)
     link = acme.path("/tmp/d", follow=False)
 
-    def lay_out():
-        for d, data in (("/tmp/a", right), ("/tmp/b", wrong)):
-            if not acme.exists(d + "/img.sig"):
-                signed_file(acme, d + "/img", "main-user", data=data, uid=500, gid=500,
-                            extra=b"\0" * (8 << 20))
-        if os.path.lexists(link):
-            os.unlink(link)
-        os.symlink("/tmp/a", link)
-
     def point_at(target):
         os.symlink(target, link + ".new")
         os.rename(link + ".new", link)
 
     for _ in range(12):
-        lay_out()
+        for d, data in (("/tmp/a", right), ("/tmp/b", wrong)):
+            if not acme.exists(d + "/img.sig"):  # a refused pair is deleted
+                signed_file(acme, d + "/img", "main-user", data=data, uid=500, gid=500,
+                            extra=b"\0" * (8 << 20))
+        point_at("/tmp/a")
         if acme.exists("/var/sim/nand/mtd4"):
             acme.remove("/var/sim/nand/mtd4")
         with racing(lambda: point_at("/tmp/a"), lambda: time.sleep(0.003),
@@ -237,7 +207,5 @@ def test_image_swapped_for_another_size_is_never_flashed(acme):
             r = acme.run(["--install-image", "/tmp/d/img"], uid=500)
         # 9: the file opened was shorter than the one whose size was taken a moment before.
         assert r.status in (0, 1, 7, 9), r.stdout
-        if r.status == 0:
-            assert acme.read("/var/sim/nand/mtd4") == right
-        else:
-            assert not acme.exists("/var/sim/nand/mtd4")
+        flashed = acme.read("/var/sim/nand/mtd4") if acme.exists("/var/sim/nand/mtd4") else None
+        assert flashed == (right if r.status == 0 else None)

@@ -4,27 +4,28 @@ import pytest
 from helpers import BANNER, provision, signed_file, usage
 
 
-@pytest.mark.parametrize("kw,name", [({}, "orvin-auth"), ({"no_argv": True}, "orvin-auth"),
-                                     ({"argv0": "/usr/sbin/orvin-auth"}, "/usr/sbin/orvin-auth")])
-def test_no_option_prints_banner_and_usage_with_the_name_as_called(term, kw, name):
-    # D4: the kernel turns an empty vector into one empty argument; the name is still printed.
-    r = term.run([], **kw)
-    assert (r.status, r.stdout, r.stderr) == (1, BANNER + usage(name), b"")
-
-
-@pytest.mark.parametrize("args", [
+UNKNOWN_OR_WRONG_COUNT = [
     ["--install", "/tmp/a"], ["--install", "/tmp/a", "/usr/local/share/", "x"], ["--wipe", "x"],
     ["--INSTALL", "/tmp/a", "/usr/local/share/"], ["--Authenticate"], [""], ["--remove-kbpk"],
     ["--install-checkx", "/tmp/a", "/usr/local/share/"], ["install", "/tmp/a", "/usr/local/share/"],
-    ["--install-key", "1", "a"]])
-def test_unknown_option_or_wrong_count_prints_usage(term, args):
-    r = term.run(args)
-    assert (r.status, r.stdout) == (1, BANNER + usage())
+    ["--install-key", "1", "a"]]
+KEY_COMMANDS = [["--install-key-check", "/tmp/t", "/tmp/o"], ["--install-key", "/tmp/t", "/tmp/o"],
+                ["--install-kbpk", "/tmp/k"], ["--remove-kbpk"]]
+BAD_ACQUIRERS = [("0", 500), ("256", 0), ("-1", 0), ("7 ", 500), ("", 500)]
 
 
-def test_hidden_option_runs_though_not_listed(term):
-    r = term.run(["--authenticate"])
-    assert (r.status, r.stdout) == (0, BANNER)
+@pytest.mark.parametrize("args,kw,status,out", [
+    ([], {}, 1, usage()), ([], {"argv0": "/usr/sbin/orvin-auth"}, 1, usage("/usr/sbin/orvin-auth")),
+    # D4: the kernel turns an empty vector into one empty argument; the name is still printed.
+    ([], {"no_argv": True}, 1, usage()),
+    (["--authenticate"], {}, 0, b"")]  # hidden: it runs though not listed
+    + [(args, {}, 1, usage()) for args in UNKNOWN_OR_WRONG_COUNT]
+    # An acquirer ID out of range or not a plain number is refused without a word.
+    + [(c[:1] + [a] + c[1:], {"uid": uid}, 1, b"")
+       for c in KEY_COMMANDS for a, uid in BAD_ACQUIRERS])
+def test_command_line_gets_the_banner_and_usage_as_called(term, args, kw, status, out):
+    r = term.run(args, **kw)
+    assert (r.status, r.stdout, r.stderr) == (status, BANNER + out, b"")
 
 
 ROOT_ONLY = [[o] for o in ["--init-keys", "--x509-csr", "--x509-generate", "--store-rate-limit",
@@ -49,22 +50,12 @@ def test_caller_rules_judge_the_recorded_caller(term, args, uid, allowed):
         assert (r.status, r.stdout) == (6, BANNER + b"Access denied.\n")
 
 
-@pytest.mark.parametrize("option,files", [("--install-key-check", ["/tmp/t", "/tmp/o"]),
-                                          ("--install-key", ["/tmp/t", "/tmp/o"]),
-                                          ("--install-kbpk", ["/tmp/k"]), ("--remove-kbpk", [])])
-@pytest.mark.parametrize("acquirer,uid", [("0", 500), ("256", 0), ("-1", 0), ("7 ", 500), ("", 500)])
-def test_key_commands_refuse_bad_acquirer_ids_silently(term, option, files, acquirer, uid):
-    r = term.run([option, acquirer] + files, uid=uid)
-    assert (r.status, r.stdout) == (1, BANNER)
-
-
 def test_closed_standard_descriptors_are_reopened(term):
     # D4: with 0 to 2 closed, files the program opens must not become its output.
     signed_file(term, "/tmp/app", "acme")
     provision(term, "acme")
     r = term.run(["--install-check", "/tmp/app", "/usr/local/acme/"], close_fds=(0, 1, 2))
-    assert r.status == 0
-    assert term.read("/tmp/app") == b"payload\n"
+    assert r.status == 0 and term.read("/tmp/app") == b"payload\n"
 
 
 ADDUSER = [b"adduser", b"-D", b"-u500", b"main-user"]

@@ -12,10 +12,8 @@ WRITE_FAILED = b"FATAL: Failed to write a data block.\n"
 
 def tree(term):
     root = term.path("/usr/local")
-    found = set()
-    for d, dirs, files in os.walk(root):
-        found.update(os.path.relpath(os.path.join(d, n), root) for n in dirs + files)
-    return found
+    return {os.path.relpath(os.path.join(d, n), root) for d, dirs, files in os.walk(root)
+            for n in dirs + files}
 
 
 def install(term):

@@ -13,11 +13,6 @@ def images(term):
     return term
 
 
-def flashed(term):
-    """The partition and the bytes each nandwrite run was given, read while still staged."""
-    return [(c.argv[3], c.argv[4]) for c in term.calls(NAND)]
-
-
 @pytest.mark.parametrize("uid", [0, 500])
 def test_screen_image_is_flashed_from_a_verified_copy(images, uid):
     data = bytes(i % 253 for i in range(SCREEN))

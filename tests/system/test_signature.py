@@ -21,8 +21,7 @@ def check(term, path="/tmp/app", dest="/usr/local/acme/", uid=0):
 @pytest.mark.parametrize("size", [0, 1, 4095, 4096, 4097, 8192, 3 * 4096 + 5])
 def test_files_of_every_block_shape_verify(acme, size):
     signed_file(acme, "/tmp/app", "acme", data=bytes(i % 251 for i in range(size)))
-    r = check(acme)
-    assert (r.status, r.stdout) == (0, OK)
+    assert check(acme) == (0, OK)
 
 
 @pytest.mark.parametrize("sig,status,message", [
@@ -30,7 +29,6 @@ def test_files_of_every_block_shape_verify(acme, size):
     (None, 7, b"Cannot access signature file: /tmp/app.sig\n"),
     (b"\0" * 255, 9, b"Failed to read the signature file: /tmp/app.sig\n"),
     (b"", 9, b"Failed to read the signature file: /tmp/app.sig\n"),
-    (b"\1" * 256, 7, b"Signature check failed.\n"),
     ("tampered", 7, b"Signature check failed.\n"),
 ])
 def test_signature_files(acme, sig, status, message):
@@ -41,14 +39,8 @@ def test_signature_files(acme, sig, status, message):
         acme.remove("/tmp/app.sig")
     elif status != 0:
         acme.write("/tmp/app.sig", sig)
-    r = check(acme)
-    assert (r.status, r.stdout) == (status, message)
+    assert check(acme) == (status, message)
     assert acme.exists("/tmp/app") and acme.exists("/tmp/app.sig") == (sig is not None)  # left in place
-
-
-def test_missing_file_is_invalid(acme):
-    r = check(acme, path="/tmp/nothing")
-    assert (r.status, r.stdout) == (1, b"Invalid file: /tmp/nothing\n")
 
 
 @pytest.mark.parametrize("stored,signer,dest,status", [
@@ -86,7 +78,7 @@ def test_unreadable_store_entry_stops_the_search(term):
 @pytest.mark.parametrize("path,modes,status,message", [
     ("/tmp/app", (0o600, 0o644), 9, b"FATAL: Failed to open the file to verify.\n"),
     ("/tmp/app", (0o644, 0o600), 7, b"Cannot access signature file: /tmp/app.sig\n"),
-    ("/tmp/private/app", (0o644, 0o644), 1, b"Invalid file: /tmp/private/app\n"),  # closed directory
+    ("/tmp/private/app", (0o644, 0o644), 1, b"Invalid file: /tmp/private/app\n"),  # as if missing
 ])
 def test_files_are_read_with_the_callers_rights(acme, path, modes, status, message):
     # D3: root can read them all, the caller cannot.

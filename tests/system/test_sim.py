@@ -1,21 +1,24 @@
-"""Self-tests of the simulated terminal, only for what the program's own tests would not notice."""
+"""Self-tests of the simulated terminal: what, if it broke, would let the program's tests pass
+while testing nothing."""
+import errno
 import os
 
 import pytest
-from orvin_sim import sapi as S
 
 
-def test_stub_records_the_exact_start(term):
-    args = [b"", b"two\nlines", b"-x", b""]
-    r = term.run(args, program="/usr/bin/passwd", uid=1000, gid=1001, argv0="liar",
-                 env={"A": "1", "EMPTY": "", "NL": "x\ny"}, keep_fds=(7,), close_fds=(1,))
-    assert r.status == 0
-    (call,) = term.calls()
-    assert call.tool == b"/usr/bin/passwd"  # the exec'd path, whatever argv[0] says
-    assert call.argv == [b"liar"] + args
-    assert call.env[:3] == [b"A=1", b"EMPTY=", b"NL=x\ny"]
-    assert call.fds == [0, 2, 7]
-    assert (call.uid, call.euid, call.gid, call.egid) == (1000, 1000, 1001, 1001)
+def test_terminal_is_private_and_its_usr_local_really_read_only(term):
+    # The terminal's mounts live in the harness's own namespace, never in the one it came from.
+    outside = f"/proc/{os.getppid()}"
+    assert os.readlink("/proc/self/ns/mnt") != os.readlink(outside + "/ns/mnt")
+    with open(outside + "/mountinfo") as f:
+        assert term.root not in f.read()
+    # Every "left read-only" assertion rests on this answer.
+    assert term.usr_local_readonly()
+    with pytest.raises(OSError) as e:
+        open(term.path("/usr/local/share/x"), "wb")
+    assert e.value.errno == errno.EROFS
+    with term._writable(term.path("/usr/local")):
+        assert not term.usr_local_readonly()
 
 
 def test_paths_never_leave_the_terminal(term):
@@ -27,27 +30,16 @@ def test_paths_never_leave_the_terminal(term):
     assert not os.path.exists("/etc/sim-escape-check")
 
 
-def test_proc_record_round_trip(term, sapi):
-    proc = term.path("/proc/sapi")
-    record = bytes(range(256)) * 16
-    sapi.set_proc_record(record, first_read=100)
-    fd = os.open(proc, os.O_RDONLY)
-    first = os.read(fd, 4096)
-    parts = (first, os.read(fd, 4096 - len(first)), os.read(fd, 4096))
-    os.close(fd)
-    assert parts == (record[:100], record[100:], b"")
-    with open(proc, "rb") as f:
-        assert f.read() == record  # the record stays for the next reader
-    sapi.refuse_open(which=S.PROC)
-    with pytest.raises(OSError):
-        open(proc, "rb")
+def test_stub_records_what_the_tool_was_given(term):
+    # Tests of what tools see (environment, descriptors, IDs) read this record.
+    term.run([], program="/usr/bin/passwd", uid=1000, gid=1001, env={"A": "1"}, close_fds=(1,))
+    (call,) = term.calls()
+    assert (call.env[:1], call.fds, call.euid, call.egid) == ([b"A=1"], [0, 2], 1000, 1001)
 
 
-def test_close_leaves_no_mount_and_no_daemon(make_term):
-    term = make_term(sapi=True)
-    daemon, mount_point = term.sapi._proc, term.sapi.mount_point
-    term.close()
-    assert daemon.poll() == 0
-    assert not os.path.exists(mount_point)
-    with open("/proc/self/mountinfo") as f:
-        assert "orvin-sapi" not in f.read()
+def test_device_record_can_come_in_short_reads(make_term):
+    # Without a short first read the program's handling of one is never exercised.
+    term, record = make_term(sapi=True), bytes(range(256)) * 16
+    term.sapi.set_proc_record(record, first_read=100)
+    with open(term.path("/proc/sapi"), "rb", buffering=0) as f:
+        assert (f.read(4096), f.read(4096), f.read(4096)) == (record[:100], record[100:], b"")
