@@ -12,8 +12,9 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text = fuzz_text(data, size);
     // The key file's head with the file's own size, and with every size a stat could report.
-    for (const std::uint64_t claimed : {std::uint64_t{size}, std::uint64_t{0}, tr31::min_size,
-                                        tr31::max_size, ~std::uint64_t{0}}) {
+    for (const std::uint64_t claimed :
+         {std::uint64_t{size}, std::uint64_t{0}, tr31::min_size - 1, tr31::min_size, tr31::max_size,
+          tr31::max_size + 1, ~std::uint64_t{0}}) {
         FUZZ_CHECK((tr31_size_fault(claimed) == Tr31Fault::none) ==
                    (claimed >= tr31::min_size && claimed <= tr31::max_size));
         if (size < tr31::head_size) {
