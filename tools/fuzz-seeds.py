@@ -80,6 +80,7 @@ def seeds(pki):
             "ec-signer": pki.cert("ec-signer"),
             "keysigning-prod-sign": b"\x40prod-sign",
             "keysigning-main-user": b"\x40main-user",
+            "keysigning-detamper": b"\x40detamper",
             "keysigning-other": b"\x40x",
             "issuer-other": b"\xa0prod-sign",
             "issuer-slash": b"\x20/eySigning",
