@@ -10,21 +10,23 @@
 
 namespace {
 
-void check_cn(const std::optional<std::string>& cn) {
-    if (cn) {
-        FUZZ_CHECK(cn->find('/') == std::string::npos);
-    }
-}
-
 void check_cert(const X509* cert) {
+    // A common name as the system uses it ends before any "/".
     const auto subject = x509_subject_cn(cert);
-    check_cn(subject);
-    check_cn(x509_issuer_cn(cert));
+    const auto issuer = x509_issuer_cn(cert);
+    FUZZ_CHECK(!subject || subject->find('/') == std::string::npos);
+    FUZZ_CHECK(!issuer || issuer->find('/') == std::string::npos);
     std::string cn;
     const ExitStatus status = cert_cn(cert, cn);
     FUZZ_CHECK((status == ST_OK) == subject.has_value());
     FUZZ_CHECK(status != ST_OK || cn == *subject);
     FUZZ_CHECK(cert_verify_ca_file(cert) != nullptr);
+}
+
+bool add_cn(X509_NAME* name, int type, std::string_view text) {
+    return X509_NAME_add_entry_by_NID(name, NID_commonName, type,
+                                      reinterpret_cast<const unsigned char*>(text.data()),
+                                      static_cast<int>(text.size()), -1, 0) == 1;
 }
 
 }  // namespace
@@ -42,8 +44,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         check_cert(cert.get());
     }
 
-    // The name parser on its own: the input as the value of a subject common name, in every
-    // string type a certificate may carry it as.
+    // The name parser on its own: the input as the value of a common name, in every string type
+    // a certificate may carry it as. The first byte picks the type, an earlier subject common name
+    // that hides the input's (only the first counts), an issuer "KeySigning", and whether the input
+    // names the issuer rather than the subject.
     static constexpr int types[] = {V_ASN1_UTF8STRING, V_ASN1_PRINTABLESTRING,
                                     V_ASN1_IA5STRING,  V_ASN1_T61STRING,
                                     V_ASN1_BMPSTRING,  V_ASN1_UNIVERSALSTRING};
@@ -52,15 +56,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     X509Ptr made(X509_new());
     FUZZ_CHECK(made != nullptr);
-    X509_NAME* name = X509_get_subject_name(made.get());
-    const int type = types[data[0] % std::size(types)];
-    // A second entry when asked for, since only the first common name counts.
+    X509_NAME* subject = X509_get_subject_name(made.get());
+    X509_NAME* issuer = X509_get_issuer_name(made.get());
     if (data[0] & 0x80) {
-        (void)X509_NAME_add_entry_by_NID(name, NID_commonName, V_ASN1_UTF8STRING,
-                                         reinterpret_cast<const unsigned char*>("first"), 5, -1, 0);
+        (void)add_cn(subject, V_ASN1_UTF8STRING, "first");
     }
-    if (X509_NAME_add_entry_by_NID(name, NID_commonName, type, data + 1, static_cast<int>(size - 1),
-                                   -1, 0) == 1) {
+    if (data[0] & 0x40) {
+        (void)add_cn(issuer, V_ASN1_UTF8STRING, "KeySigning");
+    }
+    const int type = types[(data[0] & 0x1F) % std::size(types)];
+    if (add_cn(data[0] & 0x20 ? issuer : subject, type, fuzz_text(data + 1, size - 1))) {
         check_cert(made.get());
     }
     ERR_clear_error();

@@ -1,5 +1,6 @@
 // The KSN report the device writes, and the lines of the KSN log, which survive restarts and may be
 // damaged.
+#include <algorithm>
 #include <optional>
 #include <span>
 #include <string>
@@ -18,15 +19,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const KsnAnswer answer = ksn_encode_answer(ksn::status_matched, report.ksn);
     FUZZ_CHECK(answer[0] == ksn::status_matched);
 
-    // Each line of the input as a log line, judged against the report's key and KSN.
-    const std::string log(reinterpret_cast<const char*>(data), size);
-    for (std::size_t start = 0; start < log.size();) {
-        std::size_t end = log.find('\n', start);
-        end = end == std::string::npos ? log.size() : end + 1;
-        const std::string line = log.substr(start, end - start);
-        start = end;
+    // Each line of the input as a log line: one that matches the report's key always has a
+    // readable KSN of the same initial key.
+    for (std::string_view rest = fuzz_text(data, size); !rest.empty();) {
+        // A line keeps its line end, as the log's reader sees it.
+        const std::size_t end = std::min(rest.find('\n'), rest.size() - 1) + 1;
+        const std::string line(rest.substr(0, end));
+        rest.remove_prefix(end);
         const std::optional<Ksn> held = ksn_from_entry(line);
-        // A matching line always has a readable KSN of the same initial key.
         if (entry_matches(line, report.key_index, report.ksn)) {
             FUZZ_CHECK(held && same_iksn(*held, report.ksn));
         }

@@ -4,23 +4,17 @@
 #include "system/mtd.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view input = fuzz_text(data, size);
-    const std::size_t cut = input.find('\n');
-    const std::string_view fragment = input.substr(0, cut);
-    const std::string_view table = cut == std::string_view::npos ? "" : input.substr(cut + 1);
-
+    const auto [fragment, table] = fuzz_cut(fuzz_text(data, size), '\n');
     const auto part = mtd_find(table, fragment);
     if (!part) {
         return 0;
     }
     // The device name came from before the first ":" of a line and is at most five characters;
     // the length argument is "0x", up to eight characters, and the line end.
-    FUZZ_CHECK(part->device.starts_with("/dev/"));
-    FUZZ_CHECK(part->device.size() <= 10);
-    FUZZ_CHECK(part->device.find(':') == std::string::npos);
-    FUZZ_CHECK(part->device.find('\n') == std::string::npos);
+    FUZZ_CHECK(part->device.starts_with("/dev/") && part->device.size() <= 10);
+    FUZZ_CHECK(part->device.find_first_of(":\n") == std::string::npos);
+    FUZZ_CHECK(table.find(part->device.substr(5) + ":") != std::string_view::npos);
     FUZZ_CHECK(part->length_arg.starts_with("0x") && part->length_arg.ends_with("\n"));
     FUZZ_CHECK(part->length_arg.size() <= 11);
-    FUZZ_CHECK(table.find(part->device.substr(5) + ":") != std::string_view::npos);
     return 0;
 }

@@ -2,12 +2,18 @@
 #include <algorithm>
 #include <span>
 
-#include "fuzz_check.hpp"
 #include "device/sapi_wire.hpp"
+#include "fuzz_check.hpp"
 
 namespace {
 
-// The header the device reads: command, acquirer, tag, reserved, then the payload length.
+using Bytes = std::span<const std::uint8_t>;
+
+bool same_bytes(Bytes a, Bytes b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
+}
+
+// The header the device reads: command, tag, acquirer, reserved, then the payload length.
 void check_encoding(const SapiRequest& request) {
     const std::vector<std::uint8_t> bytes = sapi_encode(request);
     FUZZ_CHECK(bytes.size() == sapi::header_size + request.payload.size());
@@ -15,60 +21,52 @@ void check_encoding(const SapiRequest& request) {
     FUZZ_CHECK(bytes[1] == sapi::tag && bytes[2] == request.acquirer);
     FUZZ_CHECK(get_le32(std::span<const std::uint8_t, 4>(bytes.data() + 4, 4)) ==
                request.payload.size());
-    FUZZ_CHECK(std::equal(request.payload.begin(), request.payload.end(),
-                          bytes.begin() + sapi::header_size));
-}
-
-bool same_bytes(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end());
+    FUZZ_CHECK(same_bytes(request.payload, Bytes(bytes).subspan(sapi::header_size)));
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::span<const std::uint8_t> reply(data, size);
+    const Bytes reply(data, size);
 
-    if (const auto kbpk = sapi_parse_kbpk_reply(reply)) {
-        FUZZ_CHECK(size == sapi::kbpk_reply_size);
+    const auto kbpk = sapi_parse_kbpk_reply(reply);
+    FUZZ_CHECK(kbpk.has_value() == (size == sapi::kbpk_reply_size));
+    if (kbpk) {
         FUZZ_CHECK(same_bytes(kbpk->key_digest, reply.first(32)));
         FUZZ_CHECK(same_bytes(kbpk->second_digest, reply.subspan(32, 32)));
         FUZZ_CHECK(same_bytes(kbpk->protected_kbpk, reply.subspan(64, 32)));
-    } else {
-        FUZZ_CHECK(size != sapi::kbpk_reply_size);
     }
+    // A read's count: -1 for a failed read.
+    const auto count = static_cast<ssize_t>(size) - 1;
+    FUZZ_CHECK(sapi_reply_accepted(count, sapi_reply_kbpk) == (count == 96));
 
-    if (const auto key = sapi_parse_key_reply(reply)) {
-        FUZZ_CHECK(size >= key_reply_min && size <= sapi::block_size);
+    const bool fits = size <= sapi::block_size;
+    const auto key = sapi_parse_key_reply(reply);
+    FUZZ_CHECK(key.has_value() == (size >= key_reply_min && fits));
+    if (key) {
         FUZZ_CHECK(same_bytes(key->key_digest, reply.first(32)));
         FUZZ_CHECK(same_bytes(key->protected_key, reply.subspan(key_reply_min)));
-    } else {
-        FUZZ_CHECK(size < key_reply_min || size > sapi::block_size);
     }
-
-    if (const auto terminal = sapi_parse_terminal_key_reply(reply)) {
+    const auto terminal = sapi_parse_terminal_key_reply(reply);
+    FUZZ_CHECK(terminal.has_value() == (size >= terminal_key_reply_min && fits));
+    if (terminal) {
         FUZZ_CHECK(same_bytes(*terminal, reply.subspan(terminal_key_reply_min)));
-    } else {
-        FUZZ_CHECK(size < terminal_key_reply_min || size > sapi::block_size);
     }
-
-    // A reply's count against the rule each sender uses.
-    const auto count = static_cast<ssize_t>(size) - 1;
-    const SapiReplyRule key_rule = sapi_reply_key(size / 2);
-    FUZZ_CHECK(sapi_reply_accepted(count, key_rule) ==
-               (count >= 1 && static_cast<std::size_t>(count) >= key_rule.min &&
+    // A key reply holds at least the part its sender takes apart, never nothing, and fits the
+    // buffer it was read into.
+    const std::size_t needed = size / 2;
+    FUZZ_CHECK(sapi_reply_accepted(count, sapi_reply_key(needed)) ==
+               (count >= 1 && static_cast<std::size_t>(count) >= needed &&
                 static_cast<std::size_t>(count) <= sapi::block_size));
-    FUZZ_CHECK(sapi_reply_accepted(count, sapi_reply_kbpk) == (count == 96));
 
     // Caller bytes travel in requests: the key block, the subject, the rate-limit state.
     const std::uint8_t acquirer = size ? data[0] : 0;
-    if (const auto request = sapi_key_install(acquirer, reply)) {
-        FUZZ_CHECK(size <= sapi::key_block_max);
-        check_encoding(*request);
-    } else {
-        FUZZ_CHECK(size > sapi::key_block_max);
+    const auto install = sapi_key_install(acquirer, reply);
+    FUZZ_CHECK(install.has_value() == (size <= sapi::key_block_max));
+    if (install) {
+        check_encoding(*install);
     }
-    const std::size_t split = size ? data[0] : 0;
-    const std::string_view subject = fuzz_text(data, std::min(split, size));
+    const std::string_view subject = fuzz_text(data, std::min<std::size_t>(acquirer, size));
     if (const auto request = sapi_key_issuer_init(subject, reply.subspan(subject.size()))) {
         FUZZ_CHECK(request->payload.at(0) == subject.size());
         check_encoding(*request);
@@ -77,10 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         check_encoding(*request);
     }
     if (size >= sapi::kbpk_file_size) {
-        const std::uint16_t flags =
-            size >= 2 ? get_le16(std::span<const std::uint8_t, 2>(data, 2)) : 0;
         const SapiRequest request = sapi_kbpk_install_file(
-            acquirer, flags, data[1] & 1,
+            acquirer, get_le16(std::span<const std::uint8_t, 2>(data, 2)), data[1] & 1,
             std::span<const std::uint8_t, sapi::kbpk_file_size>(data, sapi::kbpk_file_size));
         FUZZ_CHECK(request.payload.size() == sapi::kbpk_flags_size + sapi::kbpk_file_size);
         check_encoding(request);

@@ -1,5 +1,4 @@
 // The shape checks on TR-31 key blocks and KBPK files, and the KBPK state names and flag texts.
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -11,47 +10,39 @@
 #include "keys/tr31.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view text = fuzz_text(data, size);
     // The key file's head with the file's own size, and with every size a stat could report.
-    if (size >= tr31::head_size) {
-        const std::span<const std::uint8_t, tr31::head_size> head(data, tr31::head_size);
-        for (const std::uint64_t claimed : {std::uint64_t{size}, std::uint64_t{0}, tr31::min_size,
-                                            tr31::max_size, ~std::uint64_t{0}}) {
-            const Tr31Fault fault = tr31_head_fault(head, claimed);
-            FUZZ_CHECK((tr31_fault_message(fault) == nullptr) == (fault == Tr31Fault::none));
-            if (fault == Tr31Fault::none) {
-                // An accepted block's length field is its size, four digits.
-                const std::string digits(reinterpret_cast<const char*>(data) + 1, 4);
-                FUZZ_CHECK(digits.find_first_not_of("0123456789") == std::string::npos);
-                FUZZ_CHECK(std::stoull(digits) == claimed);
-            }
+    for (const std::uint64_t claimed :
+         {std::uint64_t{size}, std::uint64_t{0}, tr31::min_size - 1, tr31::min_size, tr31::max_size,
+          tr31::max_size + 1, ~std::uint64_t{0}}) {
+        FUZZ_CHECK((tr31_size_fault(claimed) == Tr31Fault::none) ==
+                   (claimed >= tr31::min_size && claimed <= tr31::max_size));
+        if (size < tr31::head_size) {
+            continue;
+        }
+        const Tr31Fault fault = tr31_head_fault(
+            std::span<const std::uint8_t, tr31::head_size>(data, tr31::head_size), claimed);
+        FUZZ_CHECK((tr31_fault_message(fault) == nullptr) == (fault == Tr31Fault::none));
+        if (fault == Tr31Fault::none) {
+            // An accepted block's length field is its size, four digits, whole cipher blocks.
+            const std::string digits(text.substr(1, 4));
+            FUZZ_CHECK(digits.find_first_not_of("0123456789") == std::string::npos);
+            FUZZ_CHECK(std::stoull(digits) == claimed && claimed % 8 == 0);
         }
     }
-    const std::uint64_t size_fault_input = size >= 8 ? [&] {
-        std::uint64_t v;
-        std::memcpy(&v, data, sizeof v);
-        return v;
-    }() : size;
-    const Tr31Fault by_size = tr31_size_fault(size_fault_input);
-    FUZZ_CHECK((by_size == Tr31Fault::none) ==
-               (size_fault_input >= tr31::min_size && size_fault_input <= tr31::max_size));
 
     // The FLAG file: four characters read as strtoul reads them in base 16.
     if (size >= 4) {
-        const std::span<const char, 4> text(reinterpret_cast<const char*>(data), 4);
-        char copy[5] = {};
-        std::memcpy(copy, data, 4);
-        const auto expected = static_cast<std::uint16_t>(std::strtoul(copy, nullptr, 16));
-        FUZZ_CHECK(kbpk_flag_value(text) == expected);
+        const std::string copy(text.substr(0, 4));
+        const auto expected = static_cast<std::uint16_t>(std::strtoul(copy.c_str(), nullptr, 16));
+        FUZZ_CHECK(kbpk_flag_value(std::span<const char, 4>(text.data(), 4)) == expected);
         FUZZ_CHECK(kbpk_flag_value(std::span<const char, 4>(kbpk_flag_text(expected).data(), 4)) ==
                    expected);
     }
 
-    const std::string_view text = fuzz_text(data, size);
-    if (const auto flags = kbpk_signer_flags(text)) {
-        FUZZ_CHECK(*flags == 0 || *flags == sapi::flag_pci_pin);
-    } else {
-        FUZZ_CHECK(text == "main-user");
-    }
+    // "main-user" may not sign a KBPK file; every other role gives PCI PIN security on or off.
+    const auto flags = kbpk_signer_flags(text);
+    FUZZ_CHECK(flags ? *flags == 0 || *flags == sapi::flag_pci_pin : text == "main-user");
 
     // A state directory entry: only ".KBPK" and four digits naming acquirers 0 to 255.
     if (const auto id = kbpk_state_name_id(text)) {
