@@ -8,17 +8,16 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "base/caller.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
 
-ExitStatus copy_into(const char* source, const std::string& dest, const StagedFile& out,
-                     Digest* digest) {
-    struct stat st {};
-    if (caller_lstat(source, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
+Result<Digest> copy_into(const char* source, const std::string& dest, const StagedFile& out) {
+    const Result<struct stat> st = caller_lstat(source);
+    if (!st.ok()) {
+        return st.status();
     }
     UniqueFd in = caller_open(source, O_RDONLY | O_NONBLOCK);
     if (!in) {
@@ -31,7 +30,7 @@ ExitStatus copy_into(const char* source, const std::string& dest, const StagedFi
     }
     Sha256 sha;
     (void)posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    auto remaining = static_cast<std::uint64_t>(st.st_size);
+    auto remaining = static_cast<std::uint64_t>(st->st_size);
     const std::size_t block_size = remaining < io_bulk_block ? remaining : io_bulk_block;
     auto block = std::make_unique_for_overwrite<char[]>(block_size);
     while (remaining > 0) {
@@ -47,11 +46,12 @@ ExitStatus copy_into(const char* source, const std::string& dest, const StagedFi
         sha.update(block.get(), want);
         remaining -= want;
     }
-    if (digest != nullptr && !sha.final(*digest)) {
+    const std::optional<Digest> digest = sha.final();
+    if (!digest) {
         std::puts("FATAL: OpenSSL failure.");
         return ST_FAILURE;
     }
-    return ST_OK;
+    return *digest;
 }
 
 ExitStatus write_signature(const Signature& sig, const std::string& dest, const StagedFile& out) {

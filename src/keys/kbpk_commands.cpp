@@ -143,13 +143,11 @@ ExitStatus cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
         return started.status();
     }
     const int id = *started;
-    std::uint16_t flags = 0;
-    if (kbpk_flag_exists(id)) {
-        if (ExitStatus st = kbpk_flags_read(id, flags); st != ST_OK) {
-            return st;
-        }
+    const Result<std::uint16_t> flags = kbpk_flags_read(id);
+    if (!flags.ok()) {
+        return flags.status();
     }
-    if (!(flags & sapi::flag_pci_pin)) {
+    if (!(*flags & sapi::flag_pci_pin)) {
         std::puts("KBPK has PCI PIN security disabled.");
         return ST_PCI_PIN_DISABLED;
     }

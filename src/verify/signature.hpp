@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "base/ossl.hpp"
@@ -45,7 +46,8 @@ public:
     // false after an OpenSSL failure; "FATAL: OpenSSL failure." is the caller's to print.
     [[nodiscard]] bool ok() const { return ok_; }
     void update(const void* data, std::size_t len);
-    [[nodiscard]] bool final(Digest& out);
+    // The digest, or nothing after an OpenSSL failure.
+    [[nodiscard]] std::optional<Digest> final();
 
 private:
     EvpMdCtxPtr ctx_;
@@ -53,7 +55,7 @@ private:
 };
 
 // The pieces, for callers that verify bytes they copied themselves (D6).
-[[nodiscard]] ExitStatus sig_read(const std::string& sig_path, Signature& sig);
+[[nodiscard]] Result<Signature> sig_read(const std::string& sig_path);
 [[nodiscard]] Result<Signer> sig_find_signer(const Digest& digest, const Signature& sig);
 
 // Whether the signer already found signed digest with the very signature bytes it was found by,

@@ -18,11 +18,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                    record->key_block.data() + record->key_block.size() == data + size);
         FUZZ_CHECK(record->common_name.size() <= 255 && record->key_usage.size() <= 255);
 
-        RsaNumbers key;
         ERR_clear_error();
-        if (extract_rsa_key(record->key_block, key) == ST_OK) {
-            FUZZ_CHECK(key.n && key.e);
-            FUZZ_CHECK(static_cast<std::size_t>(BN_num_bytes(key.n.get())) <=
+        if (const Result<RsaNumbers> key = extract_rsa_key(record->key_block); key.ok()) {
+            FUZZ_CHECK(key->n && key->e);
+            FUZZ_CHECK(static_cast<std::size_t>(BN_num_bytes(key->n.get())) <=
                        record->key_block.size());
         }
         ERR_clear_error();
