@@ -81,15 +81,25 @@ ExitStatus kbpk_bytes_signed(const char* path, const KbpkFile& bytes, std::uint1
     return ST_OK;
 }
 
-Result<KbpkFile> kbpk_file_snapshot(const char* path, std::uint16_t flags) {
-    Result<KbpkFile> bytes = kbpk_file_read(path);
+// What carries a KBPK file to the device: the request and what its reply must hold.
+struct KbpkFileSend {
+    SapiRequest (*request)(std::uint8_t acquirer, std::uint16_t flags, int rki_ca,
+                           std::span<const std::uint8_t, sapi::kbpk_file_size> file);
+    const SapiReplyRule& reply;
+};
+
+// The file read once, its signer checked again on those very bytes, and they are what is sent.
+SapiReply kbpk_file_exchange(int id, std::uint16_t flags, const char* path,
+                             const KbpkFileSend& send) {
+    const Result<KbpkFile> bytes = kbpk_file_read(path);
     if (!bytes.ok()) {
-        return bytes;
+        return bytes.status();
     }
     if (ExitStatus st = kbpk_bytes_signed(path, *bytes, flags); st != ST_OK) {
         return st;
     }
-    return bytes;
+    const auto acquirer = static_cast<std::uint8_t>(id);
+    return sapi_exchange(send.request(acquirer, flags, orvin_rki_ca, *bytes), send.reply);
 }
 
 ExitStatus flag_file_write(int id, std::uint16_t flags) {
@@ -146,13 +156,8 @@ Result<std::uint16_t> kbpk_flags_read(int id) {
 }
 
 ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
-    const Result<KbpkFile> bytes = kbpk_file_snapshot(path, flags);
-    if (!bytes.ok()) {
-        return bytes.status();
-    }
-    const auto acquirer = static_cast<std::uint8_t>(id);
-    SapiReply r = sapi_exchange(sapi_kbpk_install_file(acquirer, flags, orvin_rki_ca, *bytes),
-                                sapi_reply_kbpk);
+    const SapiReply r =
+        kbpk_file_exchange(id, flags, path, {sapi_kbpk_install_file, sapi_reply_kbpk});
     if (!r.ok()) {
         return r.status();
     }
@@ -171,13 +176,8 @@ ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
 }
 
 ExitStatus kbpk_update_pci_pin_file(int id, std::uint16_t flags, const char* path) {
-    const Result<KbpkFile> bytes = kbpk_file_snapshot(path, flags);
-    if (!bytes.ok()) {
-        return bytes.status();
-    }
-    const auto acquirer = static_cast<std::uint8_t>(id);
-    SapiReply r = sapi_exchange(sapi_kbpk_update_pci_pin(acquirer, flags, orvin_rki_ca, *bytes),
-                                sapi_reply_none);
+    const SapiReply r =
+        kbpk_file_exchange(id, flags, path, {sapi_kbpk_update_pci_pin, sapi_reply_none});
     if (!r.ok()) {
         return r.status();
     }
