@@ -1,9 +1,11 @@
 // Whole reads and writes on descriptors, retried across partial transfers and interruptions.
 #include "io.hpp"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
 
 std::size_t read_full(int fd, void* buf, std::size_t count) {
     auto* p = static_cast<char*>(buf);
@@ -30,6 +32,28 @@ std::string read_to_end(int fd) {
         text.append(buf, n);
     } while (n == sizeof buf);
     return text;
+}
+
+BlockFault read_blocks(int fd, std::uint64_t size,
+                       const std::function<bool(const std::uint8_t*, std::size_t)>& consume) {
+    if (size > io_bulk_block) {
+        (void)posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    }
+    // No bigger than the file and left uninitialised: small files are the common case (the sweep
+    // digests every installed file), and a whole block for each would cost more than its read.
+    const std::size_t block_size = size < io_bulk_block ? size : io_bulk_block;
+    auto block = std::make_unique_for_overwrite<std::uint8_t[]>(block_size);
+    for (std::uint64_t remaining = size; remaining > 0;) {
+        const std::size_t want = remaining < block_size ? remaining : block_size;
+        if (read_full(fd, block.get(), want) != want) {
+            return BlockFault::read;
+        }
+        if (!consume(block.get(), want)) {
+            return BlockFault::consume;
+        }
+        remaining -= want;
+    }
+    return BlockFault::none;
 }
 
 std::size_t write_full(int fd, const void* buf, std::size_t count) {

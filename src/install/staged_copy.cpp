@@ -29,22 +29,23 @@ Result<Digest> copy_into(const char* source, const std::string& dest, const Stag
         return ST_FAILURE;
     }
     Sha256 sha;
-    (void)posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    auto remaining = static_cast<std::uint64_t>(st->st_size);
-    const std::size_t block_size = remaining < io_bulk_block ? remaining : io_bulk_block;
-    auto block = std::make_unique_for_overwrite<char[]>(block_size);
-    while (remaining > 0) {
-        std::size_t want = remaining < block_size ? remaining : block_size;
-        if (read_full(in.get(), block.get(), want) != want) {
+    const BlockFault fault = read_blocks(in.get(), static_cast<std::uint64_t>(st->st_size),
+                                         [&](const std::uint8_t* block, std::size_t n) {
+                                             if (write_full(out.fd(), block, n) != n) {
+                                                 return false;
+                                             }
+                                             sha.update(block, n);
+                                             return true;
+                                         });
+    switch (fault) {
+        case BlockFault::read:
             std::puts("FATAL: Failed to read a data block.");
             return ST_FAILURE;
-        }
-        if (write_full(out.fd(), block.get(), want) != want) {
+        case BlockFault::consume:
             std::puts("FATAL: Failed to write a data block.");
             return ST_FAILURE;
-        }
-        sha.update(block.get(), want);
-        remaining -= want;
+        case BlockFault::none:
+            break;
     }
     const std::optional<Digest> digest = sha.final();
     if (!digest) {

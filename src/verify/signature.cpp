@@ -201,25 +201,20 @@ Result<Digest> digest_fd(int fd, off_t size) {
         std::puts("FATAL: OpenSSL failure.");
         return ST_FAILURE;
     }
-    if (static_cast<std::uint64_t>(size) > io_bulk_block) {
-        (void)posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
-    }
-    // Sized for the file and left uninitialised: small files are the common case of the sweep.
-    auto remaining = static_cast<std::uint64_t>(size);
-    const std::size_t block_size = remaining < io_bulk_block ? remaining : io_bulk_block;
-    auto block = std::make_unique_for_overwrite<std::uint8_t[]>(block_size);
-    while (remaining > 0) {
-        std::size_t want = remaining < block_size ? remaining : block_size;
-        if (read_full(fd, block.get(), want) != want) {
+    const BlockFault fault = read_blocks(fd, static_cast<std::uint64_t>(size),
+                                         [&](const std::uint8_t* block, std::size_t n) {
+                                             sha.update(block, n);
+                                             return sha.ok();
+                                         });
+    switch (fault) {
+        case BlockFault::read:
             std::puts("FATAL: Failed to read the block data.");
             return ST_FAILURE;
-        }
-        sha.update(block.get(), want);
-        if (!sha.ok()) {
+        case BlockFault::consume:
             std::puts("FATAL: OpenSSL failure.");
             return ST_FAILURE;
-        }
-        remaining -= want;
+        case BlockFault::none:
+            break;
     }
     const std::optional<Digest> digest = sha.final();
     if (!digest) {
