@@ -7,8 +7,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
-#include <optional>
 
 #include "base/caller.hpp"
 #include "base/fd.hpp"
@@ -28,31 +26,11 @@ Result<Digest> copy_into(const char* source, const std::string& dest, const Stag
         std::printf("FATAL: Failed to create output file: %s\n", dest.c_str());
         return ST_FAILURE;
     }
-    Sha256 sha;
-    const BlockFault fault = read_blocks(in.get(), static_cast<std::uint64_t>(st->st_size),
-                                         [&](const std::uint8_t* block, std::size_t n) {
-                                             if (write_full(out.fd(), block, n) != n) {
-                                                 return false;
-                                             }
-                                             sha.update(block, n);
-                                             return true;
-                                         });
-    switch (fault) {
-        case BlockFault::read:
-            std::puts("FATAL: Failed to read a data block.");
-            return ST_FAILURE;
-        case BlockFault::consume:
-            std::puts("FATAL: Failed to write a data block.");
-            return ST_FAILURE;
-        case BlockFault::none:
-            break;
-    }
-    const std::optional<Digest> digest = sha.final();
-    if (!digest) {
-        std::puts("FATAL: OpenSSL failure.");
-        return ST_FAILURE;
-    }
-    return *digest;
+    return digest_blocks(in.get(), static_cast<std::uint64_t>(st->st_size),
+                         "FATAL: Failed to read a data block.",
+                         [&](const std::uint8_t* block, std::size_t n) {
+                             return write_full(out.fd(), block, n) == n;
+                         });
 }
 
 ExitStatus write_signature(const Signature& sig, const std::string& dest, const StagedFile& out) {
@@ -74,4 +52,3 @@ ExitStatus check_staged(const Digest& digest, const Result<Signer>& signer) {
     }
     return ST_OK;
 }
-

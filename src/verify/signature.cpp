@@ -194,36 +194,6 @@ Search search_dir(const char* dir, const char* skip, CandidateDir& cache, const 
     return {Match::no};
 }
 
-// Digests exactly size bytes of fd, in large blocks, never holding the file.
-Result<Digest> digest_fd(int fd, off_t size) {
-    Sha256 sha;
-    if (!sha.ok()) {
-        std::puts("FATAL: OpenSSL failure.");
-        return ST_FAILURE;
-    }
-    const BlockFault fault = read_blocks(fd, static_cast<std::uint64_t>(size),
-                                         [&](const std::uint8_t* block, std::size_t n) {
-                                             sha.update(block, n);
-                                             return sha.ok();
-                                         });
-    switch (fault) {
-        case BlockFault::read:
-            std::puts("FATAL: Failed to read the block data.");
-            return ST_FAILURE;
-        case BlockFault::consume:
-            std::puts("FATAL: OpenSSL failure.");
-            return ST_FAILURE;
-        case BlockFault::none:
-            break;
-    }
-    const std::optional<Digest> digest = sha.final();
-    if (!digest) {
-        std::puts("FATAL: OpenSSL failure.");
-        return ST_FAILURE;
-    }
-    return *digest;
-}
-
 }  // namespace
 
 Sha256::Sha256() : ctx_(EVP_MD_CTX_new()), ok_(false) {
@@ -245,6 +215,38 @@ std::optional<Digest> Sha256::final() {
         return std::nullopt;
     }
     return out;
+}
+
+Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failure,
+                             const BlockCopy& copy) {
+    Sha256 sha;
+    if (!sha.ok()) {
+        std::puts("FATAL: OpenSSL failure.");
+        return ST_FAILURE;
+    }
+    bool copied = true;
+    const BlockFault fault =
+        read_blocks(fd, size, [&](const std::uint8_t* block, std::size_t n) {
+            copied = !copy || copy(block, n);
+            if (copied) {
+                sha.update(block, n);
+            }
+            return copied && sha.ok();
+        });
+    if (fault == BlockFault::read) {
+        std::puts(read_failure);
+        return ST_FAILURE;
+    }
+    if (!copied) {
+        std::puts("FATAL: Failed to write a data block.");
+        return ST_FAILURE;
+    }
+    const std::optional<Digest> digest = sha.final();
+    if (fault == BlockFault::consume || !digest) {
+        std::puts("FATAL: OpenSSL failure.");
+        return ST_FAILURE;
+    }
+    return *digest;
 }
 
 Result<Signature> sig_read(const std::string& sig_path) {
@@ -326,7 +328,8 @@ Result<Signer> verify_signed_file(const char* path, const Signature& sig) {
         std::puts("FATAL: Failed to open the file to verify.");
         return ST_FAILURE;
     }
-    const Result<Digest> digest = digest_fd(fd.get(), st->st_size);
+    const Result<Digest> digest = digest_blocks(fd.get(), static_cast<std::uint64_t>(st->st_size),
+                                                "FATAL: Failed to read the block data.");
     if (!digest.ok()) {
         return digest.status();
     }

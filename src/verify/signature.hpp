@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -53,6 +54,16 @@ private:
     EvpMdCtxPtr ctx_;
     bool ok_;
 };
+
+// Where a digested block goes first; false when it could not take it.
+using BlockCopy = std::function<bool(const std::uint8_t* block, std::size_t length)>;
+
+// The digest of exactly size bytes of fd, read in bulk blocks, each first handed to copy when one
+// is given (D6: what is copied is what is digested). A short read prints read_failure, a block
+// copy refused "FATAL: Failed to write a data block.", a digest failure "FATAL: OpenSSL failure.";
+// each is 9.
+[[nodiscard]] Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failure,
+                                           const BlockCopy& copy = nullptr);
 
 // The pieces, for callers that verify bytes they copied themselves (D6).
 [[nodiscard]] Result<Signature> sig_read(const std::string& sig_path);
