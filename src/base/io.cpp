@@ -7,11 +7,15 @@
 #include <cerrno>
 #include <memory>
 
-std::size_t read_full(int fd, void* buf, std::size_t count) {
-    auto* p = static_cast<char*>(buf);
+namespace {
+
+// Repeats step, which moves what it can of the rest from offset done, until count bytes are moved:
+// across partial transfers and interruptions, and no further than an error or end of file.
+template <class Step>
+std::size_t transfer_whole(std::size_t count, Step step) {
     std::size_t done = 0;
     while (done < count) {
-        ssize_t n = ::read(fd, p + done, count - done);
+        const ssize_t n = step(done);
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -21,6 +25,14 @@ std::size_t read_full(int fd, void* buf, std::size_t count) {
         done += static_cast<std::size_t>(n);
     }
     return done;
+}
+
+}  // namespace
+
+std::size_t read_full(int fd, void* buf, std::size_t count) {
+    auto* p = static_cast<char*>(buf);
+    return transfer_whole(count,
+                          [&](std::size_t done) { return ::read(fd, p + done, count - done); });
 }
 
 std::string read_to_end(int fd) {
@@ -58,16 +70,6 @@ BlockFault read_blocks(int fd, std::uint64_t size,
 
 std::size_t write_full(int fd, const void* buf, std::size_t count) {
     const auto* p = static_cast<const char*>(buf);
-    std::size_t done = 0;
-    while (done < count) {
-        ssize_t n = ::write(fd, p + done, count - done);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            break;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return done;
+    return transfer_whole(count,
+                          [&](std::size_t done) { return ::write(fd, p + done, count - done); });
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "base/caller.hpp"
+#include "base/paths.hpp"
 #include "base/shared.hpp"
 #include "base/status.hpp"
 #include "system/mtd.hpp"
@@ -53,10 +54,6 @@ constexpr DeviceGrant device_grants[] = {
     {"/dev/apple-co-pro", Grant::owner},
 };
 
-// The screens partition holds the application's own images: unlike the devices above, a terminal
-// without it is broken.
-constexpr const char* screens_partition = "screens";
-
 // An existing account is left alone, password included: only a new one gets its password cleared,
 // and only on a terminal with a serial console login.
 ExitStatus ensure_account() {
@@ -86,8 +83,10 @@ ExitStatus grant_devices() {
     return ST_OK;
 }
 
+// The screens partition holds the application's own images: unlike the devices above, a terminal
+// without it is broken.
 ExitStatus grant_screens() {
-    const Result<std::string> device = get_mtd(screens_partition);
+    const Result<std::string> device = get_mtd(paths::mtd_screens);
     if (!device.ok()) {
         return device.status();
     }

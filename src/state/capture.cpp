@@ -27,7 +27,7 @@ std::string find_dmesg() {
         }
         start = end + 1;
     }
-    return "/bin/dmesg";
+    return paths::tool_dmesg;
 }
 
 }  // namespace
