@@ -225,14 +225,13 @@ Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failur
         return ST_FAILURE;
     }
     bool copied = true;
-    const BlockFault fault =
-        read_blocks(fd, size, [&](const std::uint8_t* block, std::size_t n) {
-            copied = !copy || copy(block, n);
-            if (copied) {
-                sha.update(block, n);
-            }
-            return copied && sha.ok();
-        });
+    const BlockFault fault = read_blocks(fd, size, [&](const std::uint8_t* block, std::size_t n) {
+        copied = !copy || copy(block, n);
+        if (copied) {
+            sha.update(block, n);
+        }
+        return copied && sha.ok();
+    });
     if (fault == BlockFault::read) {
         std::puts(read_failure);
         return ST_FAILURE;
