@@ -97,9 +97,14 @@ UniqueFd caller_open_dir(const char* path) {
     return UniqueFd(::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
-int caller_lstat(const char* path, struct stat* st) {
+Result<struct stat> caller_lstat(const char* path) {
+    struct stat st {};
     AsCaller as;
-    return ::lstat(path, st);
+    if (::lstat(path, &st) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
+        return ST_FAILURE;
+    }
+    return st;
 }
 
 bool caller_access(const char* path, int mode) {
@@ -107,7 +112,7 @@ bool caller_access(const char* path, int mode) {
     return ::faccessat(AT_FDCWD, path, mode, AT_EACCESS) == 0;
 }
 
-int caller_unlink(const char* path) {
+bool caller_unlink(const char* path) {
     AsCaller as;
-    return ::unlink(path);
+    return ::unlink(path) == 0;
 }

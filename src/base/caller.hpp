@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "fd.hpp"
+#include "result.hpp"
 #include "status.hpp"
 
 namespace ids {
@@ -61,8 +62,9 @@ private:
 [[nodiscard]] UniqueFd caller_open(const char* path, int flags = 0);
 // Holds a directory the caller named, as a path descriptor, if the caller could reach it.
 [[nodiscard]] UniqueFd caller_open_dir(const char* path);
-// lstat(2) and unlink(2) with the caller's rights, answering as those calls do: 0, or -1 with
-// errno set.
-[[nodiscard]] int caller_lstat(const char* path, struct stat* st);
+// lstat(2) with the caller's rights: the file's own information (a link is judged by itself), or
+// 9 after "FATAL: Failed to obtain file information.".
+[[nodiscard]] Result<struct stat> caller_lstat(const char* path);
 [[nodiscard]] bool caller_access(const char* path, int mode);
-[[nodiscard]] int caller_unlink(const char* path);
+// unlink(2) with the caller's rights: whether the entry is gone.
+[[nodiscard]] bool caller_unlink(const char* path);

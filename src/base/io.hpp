@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <string>
 
 inline constexpr std::size_t io_block = 4096;
@@ -16,5 +18,15 @@ inline constexpr std::size_t io_bulk_block = std::size_t{256} * 1024;
 // Everything left to read on fd, for small files such as kernel tables; a read error ends the
 // text where it happened.
 [[nodiscard]] std::string read_to_end(int fd);
+// Where reading a file block by block stopped early: at a short read, or at a block the consumer
+// refused.
+enum class BlockFault { none, read, consume };
+
+// Reads exactly size bytes of fd in bulk blocks and hands each to consume, which answers whether to
+// go on; the file is never held whole.
+[[nodiscard]] BlockFault read_blocks(
+    int fd, std::uint64_t size,
+    const std::function<bool(const std::uint8_t* block, std::size_t length)>& consume);
+
 // Bytes written: fewer than count only on an error.
 [[nodiscard]] std::size_t write_full(int fd, const void* buf, std::size_t count);

@@ -54,6 +54,8 @@ inline constexpr const char* tool_mount = "/bin/mount";
 inline constexpr const char* tool_umount = "/bin/umount";
 inline constexpr const char* tool_fsck = "/sbin/fsck.vfat";
 inline constexpr const char* tool_nvram = "/usr/sbin/nvram";
+// Where the search for dmesg along child_path ends when no directory there holds it.
+inline constexpr const char* tool_dmesg = "/bin/dmesg";
 
 // Devices, kernel and platform files.
 inline constexpr const char* sapi_device = "/dev/sapi0";

@@ -1,7 +1,8 @@
 // The exit statuses every handler and main return; the same number means the same thing everywhere.
 #pragma once
 
-enum ExitStatus : int {
+// No status is dropped by accident: ignoring one needs a (void) that says it is on purpose.
+enum [[nodiscard]] ExitStatus : int {
     ST_OK = 0,
     ST_BAD_ARGUMENT = 1,
     ST_CERT_UNREADABLE = 2,

@@ -2,7 +2,6 @@
 #include "certs/cert_install.hpp"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,30 +52,15 @@ ExitStatus scan_for_cn(const std::string& cn) {
     }
     for (const std::string& name : *names) {
         const std::string entry = std::string(paths::cert_store) + name;
-        std::string stored;
-        if (ExitStatus st = cert_read_cn(entry.c_str(), stored); st != ST_OK) {
-            return st;
+        const Result<std::string> stored = cert_read_cn(entry.c_str());
+        if (!stored.ok()) {
+            return stored.status();
         }
-        if (stored == cn) {
+        if (*stored == cn) {
             std::printf("Certificate for %s already exists: %s\n", cn.c_str(), entry.c_str());
             return ST_CN_EXISTS;
         }
     }
-    return ST_OK;
-}
-
-// The group that owns the application user's certificate; nothing for other certificates.
-ExitStatus owner_group(const std::string& cn, std::optional<gid_t>& group) {
-    group.reset();
-    if (cn != ids::app_user_name) {
-        return ST_OK;
-    }
-    const passwd* pw = getpwnam(ids::app_user_name);
-    if (pw == nullptr) {
-        std::fputs("FATAL: Failed to obtain user information.", stdout);
-        return ST_FAILURE;
-    }
-    group = pw->pw_gid;
     return ST_OK;
 }
 
@@ -109,12 +93,12 @@ ExitStatus write_store_file(const std::string& destination, const X509* cert,
 // The offered file is read once, with the caller's rights (D3); everything after works on what
 // was verified, however the file changes meanwhile (D6). A file that does not verify is deleted
 // as the caller could delete it himself (D2).
-ExitStatus verify_offered(const char* path, X509Ptr& cert) {
-    const ExitStatus st = cert_verify(path, OpenAs::caller, cert);
-    if (st == ST_CERT_INVALID && caller_unlink(path) != 0) {
+Result<X509Ptr> verify_offered(const char* path) {
+    Result<X509Ptr> cert = cert_verify(path, OpenAs::caller);
+    if (cert.status() == ST_CERT_INVALID && !caller_unlink(path)) {
         std::printf("Failed to delete invalid certificate: %s.\n", path);
     }
-    return st;
+    return cert;
 }
 
 }  // namespace
@@ -123,20 +107,24 @@ std::string cert_destination(const std::string& path) {
     return std::string(paths::cert_store) + base_name(path);
 }
 
-ExitStatus cert_install_verify(const char* path, const X509* cert, std::string& cn) {
+Result<std::string> cert_install_verify(const char* path, const X509* cert) {
     const std::string destination = cert_destination(path);
     if (caller_access(destination.c_str(), F_OK)) {
         std::printf("Destination certificate already exists: %s\n", destination.c_str());
         return ST_EXISTS;
     }
-    if (ExitStatus st = cert_cn(cert, cn); st != ST_OK) {
-        return st;
+    Result<std::string> cn = cert_cn(cert);
+    if (!cn.ok()) {
+        return cn;
     }
-    if (reserved_cn(cn)) {
+    if (reserved_cn(*cn)) {
         std::puts("Invalid common name found in certificate file.");
         return ST_CERT_INVALID;
     }
-    return scan_for_cn(cn);
+    if (ExitStatus st = scan_for_cn(*cn); st != ST_OK) {
+        return st;
+    }
+    return cn;
 }
 
 ExitStatus cert_install(const char* path, const X509* cert) {
@@ -146,27 +134,26 @@ ExitStatus cert_install(const char* path, const X509* cert) {
         std::puts("FATAL: No common name found in certificate file.");
         return ST_FAILURE;
     }
-    std::optional<gid_t> group;
-    if (ExitStatus st = owner_group(*cn, group); st != ST_OK) {
-        return st;
+    const Result<std::optional<gid_t>> group = app_group_for(*cn);
+    if (!group.ok()) {
+        return group.status();
     }
     OsfsWritable writable;
     if (!writable.ok()) {
         std::fputs("FATAL: Internal filesystem call failed.", stdout);
         return ST_FAILURE;
     }
-    return write_store_file(destination, cert, group);
+    return write_store_file(destination, cert, *group);
 }
 
 ExitStatus cmd_cert_install_check(int /*argc*/, char** argv) {
     const char* source = argv[2];
-    X509Ptr cert;
-    if (ExitStatus st = cert_verify(source, OpenAs::caller, cert); st != ST_OK) {
-        return st;
+    const Result<X509Ptr> cert = cert_verify(source, OpenAs::caller);
+    if (!cert.ok()) {
+        return cert.status();
     }
-    std::string cn;
-    if (ExitStatus st = cert_install_verify(source, cert.get(), cn); st != ST_OK) {
-        return st;
+    if (const Result<std::string> cn = cert_install_verify(source, cert->get()); !cn.ok()) {
+        return cn.status();
     }
     std::puts("Certificate can be installed.");
     return ST_OK;
@@ -174,19 +161,19 @@ ExitStatus cmd_cert_install_check(int /*argc*/, char** argv) {
 
 ExitStatus cmd_cert_install(int /*argc*/, char** argv) {
     const char* source = argv[2];
-    X509Ptr cert;
-    if (ExitStatus st = verify_offered(source, cert); st != ST_OK) {
-        return st;
+    const Result<X509Ptr> cert = verify_offered(source);
+    if (!cert.ok()) {
+        return cert.status();
     }
-    std::string cn;
-    if (ExitStatus st = cert_install_verify(source, cert.get(), cn); st != ST_OK) {
-        return st;
+    const Result<std::string> cn = cert_install_verify(source, cert->get());
+    if (!cn.ok()) {
+        return cn.status();
     }
-    if (ExitStatus st = cert_adduser_cn(cn); st != ST_OK) {
+    if (ExitStatus st = cert_adduser_cn(*cn); st != ST_OK) {
         std::printf("Failed to add user for certificate: %s.\n", source);
         return st;
     }
-    if (ExitStatus st = cert_install(source, cert.get()); st != ST_OK) {
+    if (ExitStatus st = cert_install(source, cert->get()); st != ST_OK) {
         std::printf("Failed to install certificate: %s.\n", source);
         return st;
     }

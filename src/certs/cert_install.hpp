@@ -5,6 +5,7 @@
 
 #include <openssl/x509.h>
 
+#include "base/result.hpp"
 #include "base/status.hpp"
 // cmd_cert_install_check and cmd_cert_install: both read only argv[2], the certificate file, so a
 // caller may pass a vector of its own.
@@ -13,10 +14,10 @@
 // "/usr/local/share/certs/" + the text after the last "/" of path.
 [[nodiscard]] std::string cert_destination(const std::string& path);
 
-// Whether cert, offered as path, may join the store: 0 with its common name, or 4 (name taken),
-// 3 (no or reserved common name), 5 (common name taken), 9, or the status of a stored file that
-// cannot be read. Prints its own messages.
-[[nodiscard]] ExitStatus cert_install_verify(const char* path, const X509* cert, std::string& cn);
+// Whether cert, offered as path, may join the store: its common name when it may, or 4 (name
+// taken), 3 (no or reserved common name), 5 (common name taken), 9, or the status of a stored file
+// that cannot be read. Prints its own messages.
+[[nodiscard]] Result<std::string> cert_install_verify(const char* path, const X509* cert);
 
 // Writes cert into the store under path's base name, mode 0444, and for the application user's
 // certificate with its group. 0 or 9, with its own messages.

@@ -57,14 +57,14 @@ ExitStatus install_temporary(const std::string& path) {
 
 // A value that is absent or malformed leaves the certificate missing; that is not an error.
 ExitStatus restore(const Restorable& cert) {
-    std::optional<std::string> line;
-    if (sys_nvram_get(cert.nvram_key, line) != ST_OK) {
-        return ST_FAILURE;
+    Result<std::optional<std::string>> line = sys_nvram_get(cert.nvram_key);
+    if (!line.ok()) {
+        return line.status();
     }
-    if (!line) {
+    if (!*line) {
         return ST_OK;
     }
-    const std::optional<std::string> bytes = cert_from_nvram_line(std::move(*line));
+    const std::optional<std::string> bytes = cert_from_nvram_line(std::move(**line));
     if (!bytes) {
         return ST_OK;
     }
@@ -86,7 +86,7 @@ std::optional<std::string> cert_from_nvram_line(std::string line) {
     if (!line.empty()) {
         line.pop_back();
     }
-    if (line.size() >= max_hex_text || hex2bin(line) != 1) {
+    if (line.size() >= max_hex_text || !hex2bin(line)) {
         return std::nullopt;
     }
     return line;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "base/caller.hpp"
+#include "base/paths.hpp"
 #include "base/shared.hpp"
 #include "base/status.hpp"
 #include "system/mtd.hpp"
@@ -53,10 +54,6 @@ constexpr DeviceGrant device_grants[] = {
     {"/dev/apple-co-pro", Grant::owner},
 };
 
-// The screens partition holds the application's own images: unlike the devices above, a terminal
-// without it is broken.
-constexpr const char* screens_partition = "screens";
-
 // An existing account is left alone, password included: only a new one gets its password cleared,
 // and only on a terminal with a serial console login.
 ExitStatus ensure_account() {
@@ -66,7 +63,7 @@ ExitStatus ensure_account() {
     if (ExitStatus st = sys_adduser(ids::app_user_name); st != ST_OK) {
         return st;
     }
-    if (get_mode() == 1) {
+    if (get_mode() == ConsoleMode::serial_login) {
         return sys_passwd("-d", ids::app_user_name);
     }
     return ST_OK;
@@ -86,12 +83,14 @@ ExitStatus grant_devices() {
     return ST_OK;
 }
 
+// The screens partition holds the application's own images: unlike the devices above, a terminal
+// without it is broken.
 ExitStatus grant_screens() {
-    std::string device;
-    if (ExitStatus st = get_mtd(screens_partition, device); st != ST_OK) {
-        return st;
+    const Result<std::string> device = get_mtd(paths::mtd_screens);
+    if (!device.ok()) {
+        return device.status();
     }
-    return sys_chown(device.c_str(), ids::root, ids::app_group);
+    return sys_chown(device->c_str(), ids::root, ids::app_group);
 }
 
 }  // namespace
@@ -109,27 +108,27 @@ ExitStatus cert_adduser_cn(const std::string& cn) {
     return grant_screens();
 }
 
-int ftw_process_certs(const char* path, const struct stat* /*st*/, int type) {
+WalkStep ftw_process_certs(const char* path, const struct stat* /*st*/, int type) {
     if (type != FTW_F) {
-        return 0;
+        return WalkStep::go_on;
     }
     std::printf("%s - certificate", path);
     // The certificate that verified gives the common name too, so each is read once (D6).
-    X509Ptr verified;
-    if (cert_verify(path, OpenAs::root, verified) != ST_OK) {
+    const Result<X509Ptr> verified = cert_verify(path, OpenAs::root);
+    if (!verified.ok()) {
         std::fputs(" invalid - delete", stdout);
         if (file_unlink(path) != ST_OK) {
             std::printf("Failed to delete invalid certificate: %s.\n", path);
-            return 1;
+            return WalkStep::stop;
         }
     } else {
         std::fputs(" - verified", stdout);
-        std::string cn;
-        if (cert_cn(verified.get(), cn) != ST_OK || cert_adduser_cn(cn) != ST_OK) {
+        const Result<std::string> cn = cert_cn(verified->get());
+        if (!cn.ok() || cert_adduser_cn(*cn) != ST_OK) {
             std::printf("Failed to add user for certificate: %s.\n", path);
-            return 1;
+            return WalkStep::stop;
         }
     }
     std::puts("");
-    return 0;
+    return WalkStep::go_on;
 }

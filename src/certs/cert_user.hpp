@@ -6,11 +6,12 @@
 #include <string>
 
 #include "base/status.hpp"
+#include "system/walk.hpp"
 
 // The rule itself for a common name already read: nothing for any name but "main-user"; for it,
 // the account when missing and the device grants.
 [[nodiscard]] ExitStatus cert_adduser_cn(const std::string& cn);
 
 // One step of the certificate sweep (walk_tree): verifies a stored certificate, deletes it when
-// it does not verify, applies the user rule when it does. 0 to go on, 1 to stop the walk.
-[[nodiscard]] int ftw_process_certs(const char* path, const struct stat* st, int type);
+// it does not verify, applies the user rule when it does; a failure stops the walk.
+[[nodiscard]] WalkStep ftw_process_certs(const char* path, const struct stat* st, int type);

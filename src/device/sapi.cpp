@@ -87,16 +87,20 @@ SapiReply sapi_key_install_exchange(std::uint8_t acquirer, std::span<const std::
                          SapiWriteRefusal::ordinary);
 }
 
-ExitStatus sapi_proc_read_fd(int fd, ProcRecord& record, ProcReads reads) {
-    record.bytes.fill(0);
-    record.length = 0;
-    ssize_t first = read_once(fd, record.bytes.data(), record.bytes.size());
+Result<ProcRecord> sapi_proc_read(ProcReads reads) {
+    UniqueFd fd(::open(paths::sapi_proc, O_RDONLY | O_CLOEXEC));
+    if (!fd) {
+        return ST_FAILURE;
+    }
+    ProcRecord record;
+    ssize_t first = read_once(fd.get(), record.bytes.data(), record.bytes.size());
     if (first < 0) {
         return ST_FAILURE;
     }
     std::size_t total = static_cast<std::size_t>(first);
     if (reads == ProcReads::two) {
-        ssize_t second = read_once(fd, record.bytes.data() + total, record.bytes.size() - total);
+        ssize_t second =
+            read_once(fd.get(), record.bytes.data() + total, record.bytes.size() - total);
         if (second < 0) {
             return ST_FAILURE;
         }
@@ -106,17 +110,7 @@ ExitStatus sapi_proc_read_fd(int fd, ProcRecord& record, ProcReads reads) {
         return ST_FAILURE;
     }
     record.length = total;
-    return ST_OK;
-}
-
-ExitStatus sapi_proc_read(ProcRecord& record, ProcReads reads) {
-    record.bytes.fill(0);
-    record.length = 0;
-    UniqueFd fd(::open(paths::sapi_proc, O_RDONLY | O_CLOEXEC));
-    if (!fd) {
-        return ST_FAILURE;
-    }
-    return sapi_proc_read_fd(fd.get(), record, reads);
+    return record;
 }
 
 ExitStatus sapi_proc_write(std::span<const std::uint8_t> record) {

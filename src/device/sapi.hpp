@@ -44,10 +44,9 @@ struct ProcRecord {
 
 enum class ProcReads { one, two };
 
-// 0, or 9 without a message when the file cannot be opened, a read fails or nothing was read.
-[[nodiscard]] ExitStatus sapi_proc_read(ProcRecord& record, ProcReads reads = ProcReads::two);
-// The reads of sapi_proc_read on an open descriptor.
-[[nodiscard]] ExitStatus sapi_proc_read_fd(int fd, ProcRecord& record, ProcReads reads);
+// The record, or 9 without a message when the file cannot be opened, a read fails or nothing was
+// read.
+[[nodiscard]] Result<ProcRecord> sapi_proc_read(ProcReads reads = ProcReads::two);
 
 // One write of the whole record; 9 without a message on any failure or a short write.
 [[nodiscard]] ExitStatus sapi_proc_write(std::span<const std::uint8_t> record);

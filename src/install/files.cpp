@@ -1,6 +1,5 @@
 // Installing, removing and renaming signed files on the application file system.
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,15 +27,10 @@ constexpr mode_t installed_sig_mode = 0740;
 constexpr mode_t installed_data_add = 0755;
 constexpr mode_t created_dir_mode = 0555;
 
-// Who the installed pair belongs to: root, and for the application user's signer its group, so
+// The installed pair belongs to root, and for the application user's signer to its group too, so
 // the application can manage its own files.
-struct Ownership {
-    bool app_group = false;
-    gid_t gid = 0;
-};
-
-ExitStatus set_owner_and_mode(const StagedFile& f, const Ownership& owner, mode_t mode) {
-    if (owner.app_group && fchown(f.fd(), 0, owner.gid) != 0) {
+ExitStatus set_owner_and_mode(const StagedFile& f, const std::optional<gid_t>& group, mode_t mode) {
+    if (group && fchown(f.fd(), 0, *group) != 0) {
         std::puts("Failed to set user and group ID's.");
         return ST_FAILURE;
     }
@@ -59,6 +53,31 @@ bool create_directories(std::string existing, const std::string& remainder) {
     return true;
 }
 
+// The data file, copied from the one descriptor it is digested from, given its owner and mode, and
+// made visible only while its bytes still carry the signature already in place (D6).
+ExitStatus place_data_file(const char* source, const std::string& full, mode_t source_mode,
+                           const std::optional<gid_t>& group, const Result<Signer>& signer) {
+    StagedFile data_file(full);
+    const Result<Digest> digest = copy_into(source, full, data_file);
+    if (!digest.ok()) {
+        return digest.status();
+    }
+    // Permission bits only: a signed program never becomes a set-user-ID root one (D16).
+    if (ExitStatus st =
+            set_owner_and_mode(data_file, group, (source_mode & 0777) | installed_data_add);
+        st != ST_OK) {
+        return st;
+    }
+    if (ExitStatus st = check_staged(*digest, signer); st != ST_OK) {
+        return st;
+    }
+    if (!data_file.publish(full)) {
+        std::printf("FATAL: Internal filesystem call failed.");
+        return ST_FAILURE;
+    }
+    return ST_OK;
+}
+
 }  // namespace
 
 // Installs the pair for the signer that file_verify found: the signature bytes it verified and a
@@ -76,19 +95,13 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
     }
     const std::string full_sig = full + ".sig";
 
-    Ownership owner;
-    if (cn == ids::app_user_name) {
-        const passwd* pw = getpwnam(ids::app_user_name);
-        if (pw == nullptr) {
-            std::printf("FATAL: Failed to obtain user information.");
-            return ST_FAILURE;
-        }
-        owner = {true, pw->pw_gid};
+    const Result<std::optional<gid_t>> group = app_group_for(cn);
+    if (!group.ok()) {
+        return group.status();
     }
-    struct stat src {};
-    if (caller_lstat(source, &src) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
+    const Result<struct stat> src = caller_lstat(source);
+    if (!src.ok()) {
+        return src.status();
     }
 
     OsfsWritable writable;
@@ -106,7 +119,7 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
     if (ExitStatus st = write_signature(signer->sig, full_sig, sig_file); st != ST_OK) {
         return st;
     }
-    if (ExitStatus st = set_owner_and_mode(sig_file, owner, installed_sig_mode); st != ST_OK) {
+    if (ExitStatus st = set_owner_and_mode(sig_file, *group, installed_sig_mode); st != ST_OK) {
         return st;
     }
     // The destination may lie among the candidate signers' directories.
@@ -117,21 +130,7 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
     }
     std::printf("Signature installed: %s\n", full_sig.c_str());
 
-    StagedFile data_file(full);
-    Digest digest{};
-    ExitStatus st = copy_into(source, full, data_file, &digest);
-    if (st == ST_OK) {
-        // Permission bits only: a signed program never becomes a set-user-ID root one (D16).
-        st = set_owner_and_mode(data_file, owner, (src.st_mode & 0777) | installed_data_add);
-    }
-    if (st == ST_OK) {
-        st = check_staged(digest, signer);
-    }
-    if (st == ST_OK && !data_file.publish(full)) {
-        std::printf("FATAL: Internal filesystem call failed.");
-        st = ST_FAILURE;
-    }
-    if (st != ST_OK) {
+    if (ExitStatus st = place_data_file(source, full, src->st_mode, *group, signer); st != ST_OK) {
         unlink(full_sig.c_str());
         return st;
     }

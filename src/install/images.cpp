@@ -25,12 +25,11 @@ constexpr off_t screen_image_size = 131072;
 constexpr const char* os_signer = "OperatingSystem";
 
 ExitStatus file_verify_image_file(const char* path) {
-    struct stat st {};
-    if (caller_lstat(path, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
+    const Result<struct stat> st = caller_lstat(path);
+    if (!st.ok()) {
+        return st.status();
     }
-    if (st.st_size != screen_image_size) {
+    if (st->st_size != screen_image_size) {
         std::puts("Invalid image file.");
         return ST_BAD_ARGUMENT;
     }
@@ -43,21 +42,21 @@ ExitStatus file_verify_image_file(const char* path) {
 // verified, whatever the caller swaps in meanwhile (D6, D17).
 ExitStatus snapshot_verified(const char* source, const std::string& image, const std::string& cn,
                              std::optional<off_t> required_size) {
-    Signature sig{};
-    if (ExitStatus st = sig_read(std::string(source) + ".sig", sig); st != ST_OK) {
-        return st;
+    const Result<Signature> sig = sig_read(std::string(source) + ".sig");
+    if (!sig.ok()) {
+        return sig.status();
     }
     StagedFile staged(image);
-    Digest digest{};
-    if (ExitStatus st = copy_into(source, image, staged, &digest); st != ST_OK) {
-        return st;
+    const Result<Digest> digest = copy_into(source, image, staged);
+    if (!digest.ok()) {
+        return digest.status();
     }
     struct stat copied {};
     if (fstat(staged.fd(), &copied) != 0) {
         std::puts("FATAL: Failed to obtain file information.");
         return ST_FAILURE;
     }
-    const Result<Signer> signer = sig_find_signer(digest, sig);
+    const Result<Signer> signer = sig_find_signer(*digest, *sig);
     if (!signer.ok()) {
         return signer.status();
     }

@@ -7,18 +7,15 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 
 #include "base/caller.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
 
-ExitStatus copy_into(const char* source, const std::string& dest, const StagedFile& out,
-                     Digest* digest) {
-    struct stat st {};
-    if (caller_lstat(source, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
+Result<Digest> copy_into(const char* source, const std::string& dest, const StagedFile& out) {
+    const Result<struct stat> st = caller_lstat(source);
+    if (!st.ok()) {
+        return st.status();
     }
     UniqueFd in = caller_open(source, O_RDONLY | O_NONBLOCK);
     if (!in) {
@@ -29,29 +26,11 @@ ExitStatus copy_into(const char* source, const std::string& dest, const StagedFi
         std::printf("FATAL: Failed to create output file: %s\n", dest.c_str());
         return ST_FAILURE;
     }
-    Sha256 sha;
-    (void)posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    auto remaining = static_cast<std::uint64_t>(st.st_size);
-    const std::size_t block_size = remaining < io_bulk_block ? remaining : io_bulk_block;
-    auto block = std::make_unique_for_overwrite<char[]>(block_size);
-    while (remaining > 0) {
-        std::size_t want = remaining < block_size ? remaining : block_size;
-        if (read_full(in.get(), block.get(), want) != want) {
-            std::puts("FATAL: Failed to read a data block.");
-            return ST_FAILURE;
-        }
-        if (write_full(out.fd(), block.get(), want) != want) {
-            std::puts("FATAL: Failed to write a data block.");
-            return ST_FAILURE;
-        }
-        sha.update(block.get(), want);
-        remaining -= want;
-    }
-    if (digest != nullptr && !sha.final(*digest)) {
-        std::puts("FATAL: OpenSSL failure.");
-        return ST_FAILURE;
-    }
-    return ST_OK;
+    return digest_blocks(in.get(), static_cast<std::uint64_t>(st->st_size),
+                         "FATAL: Failed to read a data block.",
+                         [&](const std::uint8_t* block, std::size_t n) {
+                             return write_full(out.fd(), block, n) == n;
+                         });
 }
 
 ExitStatus write_signature(const Signature& sig, const std::string& dest, const StagedFile& out) {
@@ -73,4 +52,3 @@ ExitStatus check_staged(const Digest& digest, const Result<Signer>& signer) {
     }
     return ST_OK;
 }
-

@@ -4,14 +4,15 @@
 
 #include <string>
 
+#include "base/result.hpp"
 #include "base/status.hpp"
 #include "system/staged_file.hpp"
 #include "verify/signature.hpp"
 
-// Copies exactly the lstat size of source, opened with the caller's rights (D3), into out; gives
-// the digest of what was written when digest is not null.
-[[nodiscard]] ExitStatus copy_into(const char* source, const std::string& dest,
-                                   const StagedFile& out, Digest* digest);
+// Copies exactly the lstat size of source, opened with the caller's rights (D3), into out, and
+// gives the digest of what was written.
+[[nodiscard]] Result<Digest> copy_into(const char* source, const std::string& dest,
+                                       const StagedFile& out);
 
 // Writes the signature bytes that were verified, and nothing else, into out (D17).
 [[nodiscard]] ExitStatus write_signature(const Signature& sig, const std::string& dest,

@@ -33,14 +33,14 @@ std::string numbered(const char* prefix, int id) {
 
 // Reads the caller's KBPK file (D3) into the buffer that goes to the device, so what is sent is
 // what was read once.
-ExitStatus kbpk_file_read(const char* path, KbpkFile& bytes) {
-    struct stat st {};
-    if (caller_lstat(path, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
+Result<KbpkFile> kbpk_file_read(const char* path) {
+    KbpkFile bytes{};
+    const Result<struct stat> st = caller_lstat(path);
+    if (!st.ok()) {
+        return st.status();
     }
     // Judged once already; a file swapped since then is refused in the same words.
-    if (static_cast<std::uint64_t>(st.st_size) != bytes.size()) {
+    if (static_cast<std::uint64_t>(st->st_size) != bytes.size()) {
         std::puts("Invalid KBPK file.");
         return ST_BAD_KBPK_FILE;
     }
@@ -53,24 +53,24 @@ ExitStatus kbpk_file_read(const char* path, KbpkFile& bytes) {
         std::printf("Failed to read the KBPK file: %s\n", path);
         return ST_FAILURE;
     }
-    return ST_OK;
+    return bytes;
 }
 
 // D6: the bytes about to reach the device must carry a signature whose role gives the same
 // flags as the signer the command judged; anything else is a bad signature.
 ExitStatus kbpk_bytes_signed(const char* path, const KbpkFile& bytes, std::uint16_t flags) {
-    Signature sig{};
-    if (ExitStatus st = sig_read(std::string(path) + ".sig", sig); st != ST_OK) {
-        return st;
+    const Result<Signature> sig = sig_read(std::string(path) + ".sig");
+    if (!sig.ok()) {
+        return sig.status();
     }
     Sha256 sha;
     sha.update(bytes.data(), bytes.size());
-    Digest digest{};
-    if (!sha.final(digest)) {
+    const std::optional<Digest> digest = sha.final();
+    if (!digest) {
         std::puts("FATAL: OpenSSL failure.");
         return ST_FAILURE;
     }
-    Result<Signer> signer = sig_find_signer(digest, sig);
+    const Result<Signer> signer = sig_find_signer(*digest, *sig);
     if (!signer.ok()) {
         return signer.status();
     }
@@ -81,11 +81,25 @@ ExitStatus kbpk_bytes_signed(const char* path, const KbpkFile& bytes, std::uint1
     return ST_OK;
 }
 
-ExitStatus kbpk_file_snapshot(const char* path, std::uint16_t flags, KbpkFile& bytes) {
-    if (ExitStatus st = kbpk_file_read(path, bytes); st != ST_OK) {
+// What carries a KBPK file to the device: the request and what its reply must hold.
+struct KbpkFileSend {
+    SapiRequest (*request)(std::uint8_t acquirer, std::uint16_t flags, int rki_ca,
+                           std::span<const std::uint8_t, sapi::kbpk_file_size> file);
+    const SapiReplyRule& reply;
+};
+
+// The file read once, its signer checked again on those very bytes, and they are what is sent.
+SapiReply kbpk_file_exchange(int id, std::uint16_t flags, const char* path,
+                             const KbpkFileSend& send) {
+    const Result<KbpkFile> bytes = kbpk_file_read(path);
+    if (!bytes.ok()) {
+        return bytes.status();
+    }
+    if (ExitStatus st = kbpk_bytes_signed(path, *bytes, flags); st != ST_OK) {
         return st;
     }
-    return kbpk_bytes_signed(path, bytes, flags);
+    const auto acquirer = static_cast<std::uint8_t>(id);
+    return sapi_exchange(send.request(acquirer, flags, orvin_rki_ca, *bytes), send.reply);
 }
 
 ExitStatus flag_file_write(int id, std::uint16_t flags) {
@@ -128,29 +142,22 @@ bool kbpk_exists(int id) {
     return state_file_exists(kbpk_state_path(id));
 }
 
-bool kbpk_flag_exists(int id) {
-    return state_file_exists(kbpk_flag_path(id));
-}
-
-ExitStatus kbpk_flags_read(int id, std::uint16_t& flags) {
+Result<std::uint16_t> kbpk_flags_read(int id) {
+    if (!state_file_exists(kbpk_flag_path(id))) {
+        return std::uint16_t{0};
+    }
     const Result<StateBytes> bytes = state_file_read(kbpk_flag_path(id));
     if (!bytes.ok() || !*bytes || (*bytes)->size() < 4) {
         return ST_FAILURE;
     }
     std::array<char, 4> text{};
     std::copy_n((*bytes)->begin(), text.size(), text.begin());
-    flags = kbpk_flag_value(text);
-    return ST_OK;
+    return kbpk_flag_value(text);
 }
 
 ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
-    KbpkFile bytes{};
-    if (ExitStatus st = kbpk_file_snapshot(path, flags, bytes); st != ST_OK) {
-        return st;
-    }
-    const auto acquirer = static_cast<std::uint8_t>(id);
-    SapiReply r = sapi_exchange(sapi_kbpk_install_file(acquirer, flags, orvin_rki_ca, bytes),
-                                sapi_reply_kbpk);
+    const SapiReply r =
+        kbpk_file_exchange(id, flags, path, {sapi_kbpk_install_file, sapi_reply_kbpk});
     if (!r.ok()) {
         return r.status();
     }
@@ -169,13 +176,8 @@ ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
 }
 
 ExitStatus kbpk_update_pci_pin_file(int id, std::uint16_t flags, const char* path) {
-    KbpkFile bytes{};
-    if (ExitStatus st = kbpk_file_snapshot(path, flags, bytes); st != ST_OK) {
-        return st;
-    }
-    const auto acquirer = static_cast<std::uint8_t>(id);
-    SapiReply r = sapi_exchange(sapi_kbpk_update_pci_pin(acquirer, flags, orvin_rki_ca, bytes),
-                                sapi_reply_none);
+    const SapiReply r =
+        kbpk_file_exchange(id, flags, path, {sapi_kbpk_update_pci_pin, sapi_reply_none});
     if (!r.ok()) {
         return r.status();
     }

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/result.hpp"
 #include "base/status.hpp"
 #include "device/sapi_wire.hpp"
 
@@ -28,12 +29,9 @@
 // Whether the acquirer's state file exists (judged with root rights, D3).
 [[nodiscard]] bool kbpk_exists(int id);
 
-// Whether the acquirer's FLAG file exists (root rights).
-[[nodiscard]] bool kbpk_flag_exists(int id);
-
-// Reads the acquirer's FLAG file; 9 without a message when it cannot be opened or holds fewer
-// than four bytes. Callers test its existence first: a missing file means flags 0.
-[[nodiscard]] ExitStatus kbpk_flags_read(int id, std::uint16_t& flags);
+// The flags in the acquirer's FLAG file, 0 when it has none (its existence judged with root
+// rights); 9 without a message when it cannot be opened or holds fewer than four bytes.
+[[nodiscard]] Result<std::uint16_t> kbpk_flags_read(int id);
 
 // Sends a signed KBPK file, registers the digests and writes the state and FLAG files.
 // 0, 9, 11, the registry's 12, or 7 when the bytes sent no longer carry the signer whose role

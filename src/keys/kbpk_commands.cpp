@@ -39,21 +39,39 @@ void print_invalid_signer(const std::string& role) {
     std::printf("Invalid signature: %s.\n", role.c_str());
 }
 
-// The KBPK flags that the signer's role gives; none for a role that may not sign a KBPK.
-using SignerFlags = std::optional<std::uint16_t>;
+// Whether a command tells the PCI PIN setting that a file would switch off.
+enum class PciPinReport { when_enabled, always };
 
-// The file's signer (a bad signature takes the file with it) and the flags its role gives. A role
-// that may not sign is reported here; the command rejects the file once it has said the rest.
-Result<SignerFlags> kbpk_file_flags(const char* path) {
-    const Result<Signer> signer = file_verify_or_reject(path);
+// A KBPK file accepted for sending: the acquirer and the flags its signer's role gives.
+struct KbpkOffer {
+    int id = 0;
+    std::uint16_t flags = 0;
+};
+
+// The start both sending commands share: the acquirer and its KBPK, the file's signer (a bad
+// signature takes the file with it) and the PCI PIN setting its role gives, said before a role that
+// may not sign a KBPK is rejected with its file. A refused signer reads as switching security off.
+Result<KbpkOffer> kbpk_offer(char** argv, bool kbpk_wanted, PciPinReport report) {
+    const Result<int> id = kbpk_command_start(argv[2], kbpk_wanted);
+    if (!id.ok()) {
+        return id.status();
+    }
+    const Result<Signer> signer = file_verify_or_reject(argv[3]);
     if (!signer.ok()) {
         return signer.status();
     }
-    SignerFlags flags = kbpk_signer_flags(signer->cn);
+    const std::optional<std::uint16_t> flags = kbpk_signer_flags(signer->cn);
     if (!flags) {
         print_invalid_signer(signer->cn);
     }
-    return flags;
+    const bool enabled = flags && (*flags & sapi::flag_pci_pin);
+    if (enabled || report == PciPinReport::always) {
+        std::puts(enabled ? "PCI PIN security enabled." : "PCI PIN security disabled.");
+    }
+    if (!flags) {
+        return reject_on_bad_signature(ST_BAD_SIGNATURE, argv[3]);
+    }
+    return KbpkOffer{*id, *flags};
 }
 
 }  // namespace
@@ -78,22 +96,12 @@ ExitStatus cmd_kbpk_install_check(int /*argc*/, char** argv) {
 }
 
 ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
-    const Result<int> started = kbpk_command_start(argv[2], false);
-    if (!started.ok()) {
-        return started.status();
+    const Result<KbpkOffer> offer = kbpk_offer(argv, false, PciPinReport::when_enabled);
+    if (!offer.ok()) {
+        return offer.status();
     }
-    const int id = *started;
-    const Result<SignerFlags> flags = kbpk_file_flags(argv[3]);
-    if (!flags.ok()) {
-        return flags.status();
-    }
-    if (!*flags) {
-        return reject_on_bad_signature(ST_BAD_SIGNATURE, argv[3]);
-    }
-    if (**flags & sapi::flag_pci_pin) {
-        std::puts("PCI PIN security enabled.");
-    }
-    if (ExitStatus st = kbpk_file_send(argv[3], id, **flags, kbpk_install_file); st != ST_OK) {
+    if (ExitStatus st = kbpk_file_send(argv[3], offer->id, offer->flags, kbpk_install_file);
+        st != ST_OK) {
         return st;
     }
     std::puts("KBPK installed.");
@@ -101,22 +109,11 @@ ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
 }
 
 ExitStatus cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
-    const Result<int> started = kbpk_command_start(argv[2], true);
-    if (!started.ok()) {
-        return started.status();
+    const Result<KbpkOffer> offer = kbpk_offer(argv, true, PciPinReport::always);
+    if (!offer.ok()) {
+        return offer.status();
     }
-    const int id = *started;
-    const Result<SignerFlags> flags = kbpk_file_flags(argv[3]);
-    if (!flags.ok()) {
-        return flags.status();
-    }
-    // A refused signer is reported as switching security off before the file goes.
-    std::puts(*flags && (**flags & sapi::flag_pci_pin) ? "PCI PIN security enabled."
-                                                       : "PCI PIN security disabled.");
-    if (!*flags) {
-        return reject_on_bad_signature(ST_BAD_SIGNATURE, argv[3]);
-    }
-    if (ExitStatus st = kbpk_file_send(argv[3], id, **flags, kbpk_update_pci_pin_file);
+    if (ExitStatus st = kbpk_file_send(argv[3], offer->id, offer->flags, kbpk_update_pci_pin_file);
         st != ST_OK) {
         return st;
     }
@@ -143,13 +140,11 @@ ExitStatus cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
         return started.status();
     }
     const int id = *started;
-    std::uint16_t flags = 0;
-    if (kbpk_flag_exists(id)) {
-        if (ExitStatus st = kbpk_flags_read(id, flags); st != ST_OK) {
-            return st;
-        }
+    const Result<std::uint16_t> flags = kbpk_flags_read(id);
+    if (!flags.ok()) {
+        return flags.status();
     }
-    if (!(flags & sapi::flag_pci_pin)) {
+    if (!(*flags & sapi::flag_pci_pin)) {
         std::puts("KBPK has PCI PIN security disabled.");
         return ST_PCI_PIN_DISABLED;
     }

@@ -91,14 +91,20 @@ bool key_place_allowed(const KeyPlace& place) {
     return caller().uid == ids::root || !inside(resolved, paths::orvin_home);
 }
 
+// The offered key block as read once, and the source's mode, which the key file takes over.
+struct KeyBlock {
+    std::vector<std::uint8_t> bytes;
+    mode_t mode = 0;
+};
+
 // The key block is read once, with the caller's rights (D3), into the bytes the device gets.
-ExitStatus key_block_read(const char* source, struct stat& st, std::vector<std::uint8_t>& block) {
-    if (caller_lstat(source, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
+Result<KeyBlock> key_block_read(const char* source) {
+    const Result<struct stat> st = caller_lstat(source);
+    if (!st.ok()) {
+        return st.status();
     }
     // Judged once already; a file that has grown since is refused in the same words (D10).
-    if (Tr31Fault f = tr31_size_fault(static_cast<std::uint64_t>(st.st_size));
+    if (Tr31Fault f = tr31_size_fault(static_cast<std::uint64_t>(st->st_size));
         f != Tr31Fault::none) {
         std::puts(tr31_fault_message(f));
         return ST_BAD_TR31_FILE;
@@ -108,12 +114,12 @@ ExitStatus key_block_read(const char* source, struct stat& st, std::vector<std::
         std::puts("FATAL: Failed to open the file to verify.");
         return ST_FAILURE;
     }
-    block.resize(static_cast<std::size_t>(st.st_size));
-    if (read_full(fd.get(), block.data(), block.size()) != block.size()) {
+    KeyBlock block{std::vector<std::uint8_t>(static_cast<std::size_t>(st->st_size)), st->st_mode};
+    if (read_full(fd.get(), block.bytes.data(), block.bytes.size()) != block.bytes.size()) {
         std::printf("Failed to read the TR-31 file: %s\n", source);
         return ST_FAILURE;
     }
-    return ST_OK;
+    return block;
 }
 
 // Every component entered from "/" without following a link, so the directory held is the one
@@ -269,13 +275,12 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
         return ST_FAILURE;
     }
     const gid_t group = pw->pw_gid;
-    struct stat st {};
-    std::vector<std::uint8_t> block;
-    if (ExitStatus s = key_block_read(source, st, block); s != ST_OK) {
-        return s;
+    const Result<KeyBlock> block = key_block_read(source);
+    if (!block.ok()) {
+        return block.status();
     }
-    SapiReply r =
-        sapi_key_install_exchange(static_cast<std::uint8_t>(id), block, KeyInstallSender::key_file);
+    SapiReply r = sapi_key_install_exchange(static_cast<std::uint8_t>(id), block->bytes,
+                                            KeyInstallSender::key_file);
     if (!r.ok()) {
         return r.status();
     }
@@ -291,7 +296,7 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     if (!dir) {
         return ST_FAILURE;
     }
-    return opk_file_write(dir.get(), *place, target, reply->protected_key, group, st.st_mode);
+    return opk_file_write(dir.get(), *place, target, reply->protected_key, group, block->mode);
 }
 
 ExitStatus cmd_key_install_check(int /*argc*/, char** argv) {

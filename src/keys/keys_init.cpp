@@ -49,15 +49,15 @@ std::string nvram_value(std::string line) {
 
 // A KBPK taken from nvram gets no FLAG file, so PCI PIN security stays off for it.
 ExitStatus kbpk0_restore() {
-    std::optional<std::string> line;
-    if (sys_nvram_get(nvram_kbpk0, line) != ST_OK) {
-        return ST_FAILURE;
+    Result<std::optional<std::string>> line = sys_nvram_get(nvram_kbpk0);
+    if (!line.ok()) {
+        return line.status();
     }
-    if (!line) {
+    if (!*line) {
         return ST_OK;
     }
-    std::string value = nvram_value(std::move(*line));
-    if (value.size() != kbpk0_hex_size || hex2bin(value) != 1) {
+    std::string value = nvram_value(std::move(**line));
+    if (value.size() != kbpk0_hex_size || !hex2bin(value)) {
         return ST_FAILURE;
     }
     // Written whole as a fresh root-owned file or not at all (D19).
@@ -81,31 +81,28 @@ ExitStatus kbpk_reload(const char* name, int id) {
     }
     sapi::ProtectedKbpk kbpk{};
     std::copy((*held)->begin(), (*held)->end(), kbpk.begin());
-    std::uint16_t flags = 0;
-    if (kbpk_flag_exists(id) && kbpk_flags_read(id, flags) != ST_OK) {
+    const Result<std::uint16_t> flags = kbpk_flags_read(id);
+    if (!flags.ok()) {
         return ST_FAILURE;
     }
-    return kbpk_install(id, flags, kbpk) == ST_OK ? ST_OK : ST_FAILURE;
+    return kbpk_install(id, *flags, kbpk) == ST_OK ? ST_OK : ST_FAILURE;
 }
 
-ExitStatus terminal_key_from(std::string value, std::vector<std::uint8_t>& key) {
-    bool converted = false;
+Result<std::vector<std::uint8_t>> terminal_key_from(std::string value) {
     if (terminal_key_is_tr31(value)) {
         std::puts("Converting Terminal Key from TR-31 to OPK.");
-        key.assign(value.begin(), value.end());
-        converted = tr2opk(key);
-    } else {
-        converted = hex2bin(value) == 1;
-        key.assign(value.begin(), value.end());
+        std::vector<std::uint8_t> key(value.begin(), value.end());
+        if (tr2opk(key)) {
+            return key;
+        }
+    } else if (hex2bin(value)) {
+        return std::vector<std::uint8_t>(value.begin(), value.end());
     }
-    if (!converted) {
-        std::puts("FATAL: Invalid Terminal Key.");
-        return ST_FAILURE;
-    }
-    return ST_OK;
+    std::puts("FATAL: Invalid Terminal Key.");
+    return ST_FAILURE;
 }
 
-ExitStatus terminal_subject(std::string& subject) {
+Result<std::string> terminal_subject() {
     const Result<X509Ptr> file = cert_read_file(paths::terminal_cert, OpenAs::root);
     if (file.status() == ST_CERT_UNREADABLE) {
         std::puts("FATAL: Failed to open certificate file.");
@@ -121,8 +118,7 @@ ExitStatus terminal_subject(std::string& subject) {
         std::puts("FATAL: Out of memory.");
         return ST_FAILURE;
     }
-    subject = text.get();
-    return ST_OK;
+    return std::string(text.get());
 }
 
 }  // namespace
@@ -140,7 +136,7 @@ std::optional<int> kbpk_state_name_id(std::string_view name) {
     }
     std::array<std::uint8_t, 4> digits{};
     std::memcpy(digits.data(), name.data() + kbpk_state_name_prefix.size(), digits.size());
-    if (atobl(digits.data()) != 1) {
+    if (!atobl(digits.data())) {
         return std::nullopt;
     }
     std::uint32_t id = 0;
@@ -181,26 +177,26 @@ ExitStatus keys_init_key_issuer() {
     if (!kbpk_exists(0)) {
         return ST_OK;
     }
-    std::optional<std::string> line;
-    if (sys_nvram_get(nvram_terminal_key, line) != ST_OK) {
-        return ST_FAILURE;
+    Result<std::optional<std::string>> line = sys_nvram_get(nvram_terminal_key);
+    if (!line.ok()) {
+        return line.status();
     }
-    if (!line) {
+    if (!*line) {
         return ST_OK;
     }
-    std::vector<std::uint8_t> key;
-    if (ExitStatus st = terminal_key_from(nvram_value(std::move(*line)), key); st != ST_OK) {
-        return st;
+    const Result<std::vector<std::uint8_t>> key = terminal_key_from(nvram_value(std::move(**line)));
+    if (!key.ok()) {
+        return key.status();
     }
-    std::string subject;
-    if (ExitStatus st = terminal_subject(subject); st != ST_OK) {
-        return st;
+    const Result<std::string> subject = terminal_subject();
+    if (!subject.ok()) {
+        return subject.status();
     }
-    std::printf("subj:%s\n", subject.c_str());
-    if (subject.size() > subject_max) {
+    std::printf("subj:%s\n", subject->c_str());
+    if (subject->size() > subject_max) {
         return ST_FAILURE;
     }
-    const std::optional<SapiRequest> request = sapi_key_issuer_init(subject, key);
+    const std::optional<SapiRequest> request = sapi_key_issuer_init(*subject, *key);
     if (!request) {
         return ST_FAILURE;
     }
@@ -222,7 +218,7 @@ bool tr2opk(std::vector<std::uint8_t>& key) {
     }
     std::string hex(2 * opk->size(), '\0');
     std::memcpy(hex.data(), opk->data(), opk->size());
-    (void)bin2hex(reinterpret_cast<std::uint8_t*>(hex.data()), hex.size());
+    bin2hex(reinterpret_cast<std::uint8_t*>(hex.data()), hex.size());
     // Later starts take the hexadecimal path; whether nvram took it is not the start's concern.
     (void)sys_nvram_set(nvram_terminal_key, hex.c_str());
     (void)sys_nvram_commit();

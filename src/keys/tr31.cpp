@@ -61,12 +61,11 @@ const char* tr31_fault_message(Tr31Fault fault) {
 }
 
 ExitStatus file_verify_kbpk_file(const char* path) {
-    struct stat st {};
-    if (caller_lstat(path, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
+    const Result<struct stat> st = caller_lstat(path);
+    if (!st.ok()) {
+        return st.status();
     }
-    if (static_cast<std::uint64_t>(st.st_size) != tr31::kbpk_file_size) {
+    if (static_cast<std::uint64_t>(st->st_size) != tr31::kbpk_file_size) {
         std::puts("Invalid KBPK file.");
         return ST_BAD_KBPK_FILE;
     }
@@ -78,12 +77,11 @@ ExitStatus file_verify_key_file(const char* path) {
         std::printf("Invalid file: %s\n", path);
         return ST_BAD_ARGUMENT;
     }
-    struct stat st {};
-    if (caller_lstat(path, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
+    const Result<struct stat> st = caller_lstat(path);
+    if (!st.ok()) {
+        return st.status();
     }
-    const auto size = static_cast<std::uint64_t>(st.st_size);
+    const auto size = static_cast<std::uint64_t>(st->st_size);
     if (Tr31Fault f = tr31_size_fault(size); f != Tr31Fault::none) {
         std::puts(tr31_fault_message(f));
         return ST_BAD_TR31_FILE;

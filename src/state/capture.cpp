@@ -27,7 +27,7 @@ std::string find_dmesg() {
         }
         start = end + 1;
     }
-    return "/bin/dmesg";
+    return paths::tool_dmesg;
 }
 
 }  // namespace
@@ -36,12 +36,12 @@ ExitStatus cmd_rate_limit_store(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
-    ProcRecord record;
-    if (sapi_proc_read(record) != ST_OK) {
-        return ST_FAILURE;
+    const Result<ProcRecord> record = sapi_proc_read();
+    if (!record.ok()) {
+        return record.status();
     }
     return state_file_replace(paths::rate_limit_state,
-                              std::span(record.bytes).first(record.length));
+                              std::span(record->bytes).first(record->length));
 }
 
 // The kernel log replaces the file whatever dmesg says of itself; only a child that cannot be

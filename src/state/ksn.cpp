@@ -117,7 +117,7 @@ std::optional<Ksn> ksn_from_entry(std::string_view line) {
     std::array<std::uint8_t, ksn_hex_size> digits{};
     const std::string_view text = line.substr(colon + 1, ksn_hex_size);
     std::copy(text.begin(), text.end(), digits.begin());
-    if (hex2bin(digits.data(), digits.size()) != 1) {
+    if (!hex2bin(digits.data(), digits.size())) {
         return std::nullopt;
     }
     Ksn ksn{};
@@ -184,11 +184,11 @@ ExitStatus cmd_update_dukpt_ksn(int, char**) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
-    ProcRecord record;
-    if (sapi_proc_read(record) != ST_OK) {
-        return ST_FAILURE;
+    const Result<ProcRecord> record = sapi_proc_read();
+    if (!record.ok()) {
+        return record.status();
     }
-    const KsnReport report = ksn_parse_report(std::span(record.bytes).first(record.length));
+    const KsnReport report = ksn_parse_report(std::span(record->bytes).first(record->length));
     // Without a match the device gets status 0 and ten zero bytes (D13).
     Ksn old_ksn{};
     std::uint8_t status = ksn::status_unmatched;

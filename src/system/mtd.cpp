@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "base/fd.hpp"
 #include "base/io.hpp"
@@ -31,16 +32,12 @@ std::optional<std::string> read_table() {
     return read_to_end(fd.get());
 }
 
-// Prints the reason and gives nothing when the partition cannot be found. A device the caller
-// passes is emptied once the table is open, so a failed search never leaves an old value there.
-std::optional<MtdPartition> find_partition(const char* fragment, std::string* device) {
+// Prints the reason and gives nothing when the partition cannot be found.
+std::optional<MtdPartition> find_partition(const char* fragment) {
     const std::optional<std::string> table = read_table();
     if (!table) {
         std::puts("Failed to open the MTD table.");
         return std::nullopt;
-    }
-    if (device != nullptr) {
-        device->clear();
     }
     std::optional<MtdPartition> part = mtd_find(*table, fragment);
     if (!part) {
@@ -78,17 +75,16 @@ std::optional<MtdPartition> mtd_find(std::string_view table, std::string_view fr
     return std::nullopt;
 }
 
-ExitStatus get_mtd(const char* fragment, std::string& device) {
-    const std::optional<MtdPartition> part = find_partition(fragment, &device);
+Result<std::string> get_mtd(const char* fragment) {
+    std::optional<MtdPartition> part = find_partition(fragment);
     if (!part) {
         return ST_FAILURE;
     }
-    device = part->device;
-    return ST_OK;
+    return std::move(part->device);
 }
 
 ExitStatus sys_nandwrite(const char* fragment, const char* image) {
-    const std::optional<MtdPartition> part = find_partition(fragment, nullptr);
+    const std::optional<MtdPartition> part = find_partition(fragment);
     if (!part) {
         return ST_FAILURE;
     }

@@ -148,8 +148,7 @@ ExitStatus sys_nvram_commit() {
     return sys_run_tool(paths::tool_nvram, {"nvram", "commit"}, ForkFailure::return_failure);
 }
 
-ExitStatus sys_nvram_get(const char* key, std::optional<std::string>& first_line) {
-    first_line.reset();
+Result<std::optional<std::string>> sys_nvram_get(const char* key) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return ST_FAILURE;
@@ -161,27 +160,20 @@ ExitStatus sys_nvram_get(const char* key, std::optional<std::string>& first_line
     if (pid < 0) {
         return ST_FAILURE;
     }
-
-    // Read to the end so the tool never blocks on a full pipe; keep only the first line. A tool
-    // that could not be executed prints nothing, exactly like a key that holds nothing.
-    std::string line;
-    bool complete = false;
-    char buf[io_block];
-    std::size_t n;
-    do {
-        n = read_full(read_end.get(), buf, sizeof buf);
-        for (std::size_t i = 0; i < n && !complete; ++i) {
-            line.push_back(buf[i]);
-            complete = buf[i] == '\n';
-        }
-    } while (n == sizeof buf);
+    // Read to the end so the tool never blocks on a full pipe. A tool that could not be executed
+    // prints nothing, exactly like a key that holds nothing.
+    std::string output = read_to_end(read_end.get());
     read_end.reset();
     // Its status says nothing the output does not: a value is what it printed.
     (void)wait_child(pid);
-    if (!line.empty()) {
-        first_line = std::move(line);
+    if (output.empty()) {
+        return std::optional<std::string>();
     }
-    return ST_OK;
+    const std::size_t end = output.find('\n');
+    if (end != std::string::npos) {
+        output.resize(end + 1);
+    }
+    return std::optional<std::string>(std::move(output));
 }
 
 ExitStatus sys_chown(const char* path, uid_t uid, gid_t gid) {

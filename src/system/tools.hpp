@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/result.hpp"
 #include "base/status.hpp"
 
 // What a failed fork means for the caller of a tool.
@@ -34,9 +35,9 @@ void sys_reboot();
 [[nodiscard]] ExitStatus sys_nvram_set(const char* key, const char* value);
 [[nodiscard]] ExitStatus sys_nvram_commit();
 // Runs "/usr/sbin/nvram get KEY" directly (D5) and gives the first line it printed, line end
-// included, or nothing when it printed none. 9 when no pipe or child process could be made, else 0;
-// a tool that cannot be executed prints nothing, as it would through a shell.
-[[nodiscard]] ExitStatus sys_nvram_get(const char* key, std::optional<std::string>& first_line);
+// included, or nothing when it printed none. 9 when no pipe or child process could be made; a tool
+// that cannot be executed prints nothing, as it would through a shell.
+[[nodiscard]] Result<std::optional<std::string>> sys_nvram_get(const char* key);
 [[nodiscard]] ExitStatus sys_chown(const char* path, uid_t uid, gid_t gid);
 [[nodiscard]] ExitStatus sys_chmod(const char* path, mode_t mode);
 // dir is a sysfs LED directory without a trailing "/".

@@ -13,7 +13,7 @@
 
 namespace {
 
-using Step = std::function<int(const char*, const struct stat*, int)>;
+using Step = std::function<WalkStep(const char*, const struct stat*, int)>;
 
 // nftw takes a plain function: the step of the walk in progress is reached through this pointer.
 // The program has one thread; a walk started from inside a step saves and restores it.
@@ -30,7 +30,6 @@ Current& current() {
 
 // Open descriptors stay bounded however deep the tree goes.
 constexpr int max_open_dirs = 10;
-static_assert(FTW_STOP == 1 && FTW_CONTINUE == 0, "steps answer 0 to go on and 1 to stop");
 
 // A link to a directory elsewhere is not walked into: a sweep that deletes what it finds must
 // never reach files outside the tree it was given.
@@ -49,12 +48,12 @@ int trampoline(const char* path, const struct stat* st, int type, struct FTW* /*
         return FTW_SKIP_SUBTREE;
     }
     try {
-        return (*c.step)(path, st, type);
+        return (*c.step)(path, st, type) == WalkStep::stop ? FTW_STOP : FTW_CONTINUE;
     } catch (...) {
         // An exception must not unwind through the C library's walk, which would leak its
         // descriptors: stop the walk and rethrow once it has cleaned up.
         c.error = std::current_exception();
-        return 1;
+        return FTW_STOP;
     }
 }
 
@@ -67,8 +66,8 @@ ExitStatus walk_tree(const char* root, const Step& step) {
     c.error = nullptr;
     const std::optional<std::string> real_root = resolve_path(root);
     c.root = real_root ? *real_root + "/" : std::string(root);
-    // No FTW_PHYS: symbolic links are followed, so a link is judged by what it leads to. With
-    // FTW_ACTIONRETVAL a step's 1 is FTW_STOP, so steps keep their 0-go-on, 1-stop answers.
+    // No FTW_PHYS: symbolic links are followed, so a link is judged by what it leads to.
+    // FTW_ACTIONRETVAL lets a directory that leads outside be skipped without ending the walk.
     const int result = nftw(root, trampoline, max_open_dirs, FTW_ACTIONRETVAL);
     const std::exception_ptr error = c.error;
     c = saved;

@@ -52,25 +52,23 @@ bool key_signing_prod_sign(const X509* cert) {
 }
 
 // A store holding the anchor file, and with the bundle the library's default locations too.
-ExitStatus build_store(const char* anchor, X509StorePtr& store) {
+Result<X509StorePtr> build_store(const char* anchor) {
     ERR_clear_error();
-    store.reset(X509_STORE_new());
+    X509StorePtr store(X509_STORE_new());
     if (!store) {
         std::puts("FATAL: OpenSSL failure: X509_STORE_new.");
         return ST_FAILURE;
     }
     if (X509_STORE_load_file(store.get(), anchor) != 1) {
-        store.reset();
         std::puts("FATAL: OpenSSL failure: X509_STORE_load_locations.");
         return ST_FAILURE;
     }
     if (std::strcmp(anchor, paths::anchor_bundle) == 0 &&
         X509_STORE_set_default_paths(store.get()) != 1) {
-        store.reset();
         std::puts("FATAL: OpenSSL failure: X509_STORE_set_default_paths.");
         return ST_FAILURE;
     }
-    return ST_OK;
+    return store;
 }
 
 // The identity of a stored file; replacing or rewriting it changes it.
@@ -166,10 +164,15 @@ ChainCache& chain_cache() {
     return cache;
 }
 
+// A store ready for one verification, and which joining intermediates it refused.
+struct ChosenStore {
+    X509_STORE* store = nullptr;
+    std::array<bool, intermediate_count> refused{};
+};
+
 // The store for anchor with the joining intermediates added. A failed build prints its message and
 // is not kept; an intermediate the store refuses is reported when the verification reaches it.
-ExitStatus store_for(const char* anchor, const Joined& joined, X509_STORE*& store,
-                     std::array<bool, intermediate_count>& refused) {
+Result<ChosenStore> store_for(const char* anchor, const Joined& joined) {
     std::array<const X509*, intermediate_count> wanted{};
     for (std::size_t k = 0; k < intermediate_count; ++k) {
         if (joined[k] != nullptr && joined[k]->joins) {
@@ -181,14 +184,17 @@ ExitStatus store_for(const char* anchor, const Joined& joined, X509_STORE*& stor
     for (std::size_t k = 0; same && k < intermediate_count; ++k) {
         same = slot.added[k].get() == wanted[k];
     }
+    ChosenStore chosen;
     if (same) {
-        store = slot.store.get();
-        return ST_OK;
+        chosen.store = slot.store.get();
+        return chosen;
     }
     slot = AnchorStore{};
-    if (ExitStatus st = build_store(anchor, slot.store); st != ST_OK) {
-        return st;
+    Result<X509StorePtr> built = build_store(anchor);
+    if (!built.ok()) {
+        return built.status();
     }
+    slot.store = std::move(*built);
     bool complete = true;
     for (std::size_t k = 0; k < intermediate_count; ++k) {
         auto* cert = const_cast<X509*>(wanted[k]);
@@ -197,17 +203,17 @@ ExitStatus store_for(const char* anchor, const Joined& joined, X509_STORE*& stor
         }
         ERR_clear_error();
         if (X509_STORE_add_cert(slot.store.get(), cert) != 1) {
-            refused[k] = true;
+            chosen.refused[k] = true;
             complete = false;
         } else if (X509_up_ref(cert) == 1) {
             slot.added[k].reset(cert);
         }
     }
     ERR_clear_error();
-    store = slot.store.get();
+    chosen.store = slot.store.get();
     // An incomplete store serves this verification only; the next one builds again.
     slot.anchor = complete ? anchor : nullptr;
-    return ST_OK;
+    return chosen;
 }
 
 // A damaged intermediate fails every verification while it is present, so that a broken store
@@ -298,8 +304,7 @@ const char* cert_verify_ca_file(const X509* cert) {
     return anchor;
 }
 
-ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified) {
-    verified.reset();
+Result<X509Ptr> cert_verify(const char* path, OpenAs who) {
     Result<X509Ptr> file = cert_read_file(path, who);
     const X509* offered = file.ok() ? file->get() : nullptr;
     const char* anchor = cert_verify_ca_file(offered);
@@ -313,10 +318,9 @@ ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified) {
     for (std::size_t k = 0; k < intermediate_count; ++k) {
         joined[k] = current_intermediate(intermediates[k], cache.intermediates[k]);
     }
-    X509_STORE* store = nullptr;
-    std::array<bool, intermediate_count> refused{};
-    if (ExitStatus st = store_for(anchor, joined, store, refused); st != ST_OK) {
-        return st;
+    const Result<ChosenStore> chosen = store_for(anchor, joined);
+    if (!chosen.ok()) {
+        return chosen.status();
     }
     if (file.status() == ST_CERT_UNREADABLE) {
         print_open_failure();
@@ -326,19 +330,14 @@ ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified) {
         return file.status();
     }
     const ExitStatus status =
-        verify_chain(store, file->get(), report_intermediates(joined, refused));
-    if (status == ST_OK) {
-        verified = std::move(*file);
+        verify_chain(chosen->store, file->get(), report_intermediates(joined, chosen->refused));
+    if (status != ST_OK) {
+        return status;
     }
-    return status;
+    return file;
 }
 
-ExitStatus cert_verify(const char* path) {
-    X509Ptr verified;
-    return cert_verify(path, OpenAs::root, verified);
-}
-
-ExitStatus cert_read_cn(const char* path, std::string& cn, OpenAs who) {
+Result<std::string> cert_read_cn(const char* path, OpenAs who) {
     Result<X509Ptr> file = cert_read_file(path, who);
     if (file.status() == ST_CERT_UNREADABLE) {
         print_open_failure();
@@ -348,15 +347,14 @@ ExitStatus cert_read_cn(const char* path, std::string& cn, OpenAs who) {
         std::puts("Failed to read certificate file.");
         return file.status();
     }
-    return cert_cn(file->get(), cn);
+    return cert_cn(file->get());
 }
 
-ExitStatus cert_cn(const X509* cert, std::string& cn) {
+Result<std::string> cert_cn(const X509* cert) {
     std::optional<std::string> subject = x509_subject_cn(cert);
     if (!subject) {
         std::puts("No common name found in certificate file.");
         return ST_CERT_INVALID;
     }
-    cn = std::move(*subject);
-    return ST_OK;
+    return std::move(*subject);
 }

@@ -22,16 +22,14 @@ enum class OpenAs { root, caller };
 // is where meeting a "prod-sign" certificate from "KeySigning" clears orvin_rki_ca.
 [[nodiscard]] const char* cert_verify_ca_file(const X509* cert);
 
-// Verifies the chain of the certificate in path: 0, 2 (cannot be opened), 3 (no certificate, or
-// the chain fails), 9 (library failure), or the status of a damaged stored intermediate. With 0,
-// verified holds the very certificate that passed, so a caller installs what was checked (D6).
-[[nodiscard]] ExitStatus cert_verify(const char* path, OpenAs who, X509Ptr& verified);
-[[nodiscard]] ExitStatus cert_verify(const char* path);
+// Verifies the chain of the certificate in path and gives the very certificate that passed, so a
+// caller installs what was checked (D6); or 2 (cannot be opened), 3 (no certificate, or the chain
+// fails), 9 (library failure), or the status of a damaged stored intermediate.
+[[nodiscard]] Result<X509Ptr> cert_verify(const char* path, OpenAs who);
 
-// The subject common name of the certificate in path, cut at the first "/": 0, 2 or 3, each
+// The subject common name of the certificate in path, cut at the first "/"; or 2 or 3, each
 // failure with its message.
-[[nodiscard]] ExitStatus cert_read_cn(const char* path, std::string& cn, OpenAs who = OpenAs::root);
+[[nodiscard]] Result<std::string> cert_read_cn(const char* path, OpenAs who = OpenAs::root);
 
-// The same for a certificate already read: 0, or 3 with "No common name found in certificate
-// file.".
-[[nodiscard]] ExitStatus cert_cn(const X509* cert, std::string& cn);
+// The same for a certificate already read; or 3 with "No common name found in certificate file.".
+[[nodiscard]] Result<std::string> cert_cn(const X509* cert);

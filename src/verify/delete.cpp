@@ -19,11 +19,11 @@
 namespace {
 
 // Empties "/usr/local/" entry by entry; a file that will not go must not keep the others.
-int ftw_delete_files(const char* path, const struct stat* /*st*/, int type) {
+WalkStep ftw_delete_files(const char* path, const struct stat* /*st*/, int type) {
     if (type == FTW_F || type == FTW_SL || type == FTW_SLN) {
         (void)file_unlink(path);
     }
-    return 0;
+    return WalkStep::go_on;
 }
 
 }  // namespace
@@ -42,11 +42,11 @@ ExitStatus file_unlink(const char* path) {
 ExitStatus file_sig_unlink(const char* path) {
     const std::string sig = std::string(path) + ".sig";
     // D2: the kernel deletes only what the caller could have deleted himself.
-    if (caller_unlink(path) != 0) {
+    if (!caller_unlink(path)) {
         std::printf("Failed to delete invalid data/executable: %s.\n", path);
         return ST_FAILURE;
     }
-    if (caller_unlink(sig.c_str()) != 0) {
+    if (!caller_unlink(sig.c_str())) {
         std::printf("Failed to delete invalid signature: %s.\n", sig.c_str());
         return ST_FAILURE;
     }

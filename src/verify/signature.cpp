@@ -147,7 +147,13 @@ bool verifies(EVP_PKEY_CTX* verifier, const Digest& digest, const Signature& sig
 }
 
 // Tries one candidate; prints and fails for anything that is not a readable certificate.
-Match try_candidate(Candidate& c, const Digest& digest, const Signature& sig, Candidate*& signer) {
+// Where a search ended, and with Match::yes the candidate that signed.
+struct Search {
+    Match match;
+    Candidate* signer = nullptr;
+};
+
+Search try_candidate(Candidate& c, const Digest& digest, const Signature& sig) {
     if (c.read == Read::unread) {
         read_candidate(c);
     }
@@ -155,72 +161,37 @@ Match try_candidate(Candidate& c, const Digest& digest, const Signature& sig, Ca
         case Read::unread:
         case Read::open_failed:
             std::puts("Failed to open certificate file.");
-            return Match::failed;
+            return {Match::failed};
         case Read::read_failed:
             std::puts("Failed to read certificate file.");
-            return Match::failed;
+            return {Match::failed};
         case Read::no_key:
             std::puts("FATAL: OpenSSL failure.");
-            return Match::failed;
+            return {Match::failed};
         case Read::ok:
             break;
     }
     if (!verifies(c.verifier.get(), digest, sig)) {
-        return Match::no;
+        return {Match::no};
     }
-    signer = &c;
-    return Match::yes;
+    return {Match::yes, &c};
 }
 
 // Searches one directory in listing order.
-Match search_dir(const char* dir, const char* skip, CandidateDir& cache, const Digest& digest,
-                 const Signature& sig, Candidate*& signer) {
+Search search_dir(const char* dir, const char* skip, CandidateDir& cache, const Digest& digest,
+                  const Signature& sig) {
     list_dir(dir, skip, cache);
     if (!cache.listed) {
         std::puts("FATAL: Directory listing failed.");
-        return Match::unlisted;
+        return {Match::unlisted};
     }
     for (Candidate& c : cache.entries) {
-        Match m = try_candidate(c, digest, sig, signer);
-        if (m != Match::no) {
-            return m;
+        const Search s = try_candidate(c, digest, sig);
+        if (s.match != Match::no) {
+            return s;
         }
     }
-    return Match::no;
-}
-
-// Digests exactly size bytes of fd, in large blocks, never holding the file.
-ExitStatus digest_fd(int fd, off_t size, Digest& digest) {
-    Sha256 sha;
-    if (!sha.ok()) {
-        std::puts("FATAL: OpenSSL failure.");
-        return ST_FAILURE;
-    }
-    if (static_cast<std::uint64_t>(size) > io_bulk_block) {
-        (void)posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
-    }
-    // Sized for the file and left uninitialised: small files are the common case of the sweep.
-    auto remaining = static_cast<std::uint64_t>(size);
-    const std::size_t block_size = remaining < io_bulk_block ? remaining : io_bulk_block;
-    auto block = std::make_unique_for_overwrite<std::uint8_t[]>(block_size);
-    while (remaining > 0) {
-        std::size_t want = remaining < block_size ? remaining : block_size;
-        if (read_full(fd, block.get(), want) != want) {
-            std::puts("FATAL: Failed to read the block data.");
-            return ST_FAILURE;
-        }
-        sha.update(block.get(), want);
-        if (!sha.ok()) {
-            std::puts("FATAL: OpenSSL failure.");
-            return ST_FAILURE;
-        }
-        remaining -= want;
-    }
-    if (!sha.final(digest)) {
-        std::puts("FATAL: OpenSSL failure.");
-        return ST_FAILURE;
-    }
-    return ST_OK;
+    return {Match::no};
 }
 
 }  // namespace
@@ -236,13 +207,48 @@ void Sha256::update(const void* data, std::size_t len) {
     ok_ = ok_ && EVP_DigestUpdate(ctx_.get(), data, len) == 1;
 }
 
-bool Sha256::final(Digest& out) {
+std::optional<Digest> Sha256::final() {
+    Digest out{};
     unsigned int len = 0;
     ok_ = ok_ && EVP_DigestFinal_ex(ctx_.get(), out.data(), &len) == 1 && len == out.size();
-    return ok_;
+    if (!ok_) {
+        return std::nullopt;
+    }
+    return out;
 }
 
-ExitStatus sig_read(const std::string& sig_path, Signature& sig) {
+Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failure,
+                             const BlockCopy& copy) {
+    Sha256 sha;
+    if (!sha.ok()) {
+        std::puts("FATAL: OpenSSL failure.");
+        return ST_FAILURE;
+    }
+    bool copied = true;
+    const BlockFault fault = read_blocks(fd, size, [&](const std::uint8_t* block, std::size_t n) {
+        copied = !copy || copy(block, n);
+        if (copied) {
+            sha.update(block, n);
+        }
+        return copied && sha.ok();
+    });
+    if (fault == BlockFault::read) {
+        std::puts(read_failure);
+        return ST_FAILURE;
+    }
+    if (!copied) {
+        std::puts("FATAL: Failed to write a data block.");
+        return ST_FAILURE;
+    }
+    const std::optional<Digest> digest = sha.final();
+    if (fault == BlockFault::consume || !digest) {
+        std::puts("FATAL: OpenSSL failure.");
+        return ST_FAILURE;
+    }
+    return *digest;
+}
+
+Result<Signature> sig_read(const std::string& sig_path) {
     // Opening first spares the access test on the usual path; a failed open is then told apart
     // exactly as before: unreadable for the caller, or readable but not openable.
     UniqueFd fd = caller_open(sig_path.c_str(), O_RDONLY | O_NONBLOCK);
@@ -254,34 +260,35 @@ ExitStatus sig_read(const std::string& sig_path, Signature& sig) {
         std::printf("Failed to open the signature file: %s\n", sig_path.c_str());
         return ST_FAILURE;
     }
+    Signature sig{};
     if (read_full(fd.get(), sig.data(), sig.size()) != sig.size()) {
         std::printf("Failed to read the signature file: %s\n", sig_path.c_str());
         return ST_FAILURE;
     }
-    return ST_OK;
+    return sig;
 }
 
 Result<Signer> sig_find_signer(const Digest& digest, const Signature& sig) {
     SignerCache& cache = signer_cache();
-    Candidate* signer = nullptr;
     // The certificate store is searched first, so an installed signer wins over a system one.
-    Match m = search_dir(paths::cert_store, nullptr, cache.store, digest, sig, signer);
-    if (m == Match::failed || m == Match::unlisted) {
+    Search s = search_dir(paths::cert_store, nullptr, cache.store, digest, sig);
+    if (s.match == Match::failed || s.match == Match::unlisted) {
         return ST_FAILURE;
     }
-    if (m == Match::no) {
-        m = search_dir(paths::ssl_dir, paths::ssl_bundle_name, cache.system, digest, sig, signer);
-        if (m == Match::failed) {
+    if (s.match == Match::no) {
+        s = search_dir(paths::ssl_dir, paths::ssl_bundle_name, cache.system, digest, sig);
+        if (s.match == Match::failed) {
             return ST_FAILURE;
         }
-        if (m == Match::unlisted) {
+        if (s.match == Match::unlisted) {
             return ST_BAD_SIGNATURE;
         }
-        if (m == Match::no) {
+        if (s.match == Match::no) {
             std::puts("Signature check failed.");
             return ST_BAD_SIGNATURE;
         }
     }
+    Candidate* signer = s.signer;
     if (!signer->cn) {
         signer->cn = x509_subject_cn(signer->cert.get());
     }
@@ -311,32 +318,32 @@ void signer_cache_forget() { signer_cache() = SignerCache{}; }
 namespace {
 
 Result<Signer> verify_signed_file(const char* path, const Signature& sig) {
-    struct stat st {};
-    if (caller_lstat(path, &st) != 0) {
-        std::puts("FATAL: Failed to obtain file information.");
-        return ST_FAILURE;
+    const Result<struct stat> st = caller_lstat(path);
+    if (!st.ok()) {
+        return st.status();
     }
     UniqueFd fd = caller_open(path, O_RDONLY | O_NONBLOCK);
     if (!fd) {
         std::puts("FATAL: Failed to open the file to verify.");
         return ST_FAILURE;
     }
-    Digest digest{};
-    if (ExitStatus s = digest_fd(fd.get(), st.st_size, digest); s != ST_OK) {
-        return s;
+    const Result<Digest> digest = digest_blocks(fd.get(), static_cast<std::uint64_t>(st->st_size),
+                                                "FATAL: Failed to read the block data.");
+    if (!digest.ok()) {
+        return digest.status();
     }
     fd.reset();
-    return sig_find_signer(digest, sig);
+    return sig_find_signer(*digest, sig);
 }
 
 }  // namespace
 
 Result<Signer> sig_verify(const char* path) {
-    Signature sig{};
-    if (ExitStatus st = sig_read(std::string(path) + ".sig", sig); st != ST_OK) {
-        return st;
+    const Result<Signature> sig = sig_read(std::string(path) + ".sig");
+    if (!sig.ok()) {
+        return sig.status();
     }
-    return verify_signed_file(path, sig);
+    return verify_signed_file(path, *sig);
 }
 
 ExitStatus file_sig_verify_opened(const char* path, int sig_fd) {

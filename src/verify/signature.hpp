@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 
 #include "base/ossl.hpp"
@@ -45,15 +47,26 @@ public:
     // false after an OpenSSL failure; "FATAL: OpenSSL failure." is the caller's to print.
     [[nodiscard]] bool ok() const { return ok_; }
     void update(const void* data, std::size_t len);
-    [[nodiscard]] bool final(Digest& out);
+    // The digest, or nothing after an OpenSSL failure.
+    [[nodiscard]] std::optional<Digest> final();
 
 private:
     EvpMdCtxPtr ctx_;
     bool ok_;
 };
 
+// Where a digested block goes first; false when it could not take it.
+using BlockCopy = std::function<bool(const std::uint8_t* block, std::size_t length)>;
+
+// The digest of exactly size bytes of fd, read in bulk blocks, each first handed to copy when one
+// is given (D6: what is copied is what is digested). A short read prints read_failure, a block
+// copy refused "FATAL: Failed to write a data block.", a digest failure "FATAL: OpenSSL failure.";
+// each is 9.
+[[nodiscard]] Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failure,
+                                           const BlockCopy& copy = nullptr);
+
 // The pieces, for callers that verify bytes they copied themselves (D6).
-[[nodiscard]] ExitStatus sig_read(const std::string& sig_path, Signature& sig);
+[[nodiscard]] Result<Signature> sig_read(const std::string& sig_path);
 [[nodiscard]] Result<Signer> sig_find_signer(const Digest& digest, const Signature& sig);
 
 // Whether the signer already found signed digest with the very signature bytes it was found by,

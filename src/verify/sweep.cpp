@@ -27,22 +27,22 @@ bool is_signature(const std::string& path) {
            path.compare(path.size() - sig_suffix_len, sig_suffix_len, ".sig") == 0;
 }
 
-int sweep_signature(const std::string& path) {
+WalkStep sweep_signature(const std::string& path) {
     std::printf("%s - signature", path.c_str());
     const std::string data = path.substr(0, path.size() - sig_suffix_len);
     if (caller_access(data.c_str(), F_OK)) {
         std::puts("");
-        return 0;
+        return WalkStep::go_on;
     }
     std::puts(" - orphaned - delete");
     if (file_unlink(path.c_str()) != ST_OK) {
         std::printf("Failed to delete orphaned signature file: %s.\n", path.c_str());
-        return 1;
+        return WalkStep::stop;
     }
-    return 0;
+    return WalkStep::go_on;
 }
 
-int sweep_data(const std::string& path) {
+WalkStep sweep_data(const std::string& path) {
     std::printf("%s - data/executable", path.c_str());
     const std::string sig = path + ".sig";
     // Opening the signature answers whether it exists on the usual path; only a failed open needs
@@ -52,34 +52,34 @@ int sweep_data(const std::string& path) {
         std::puts(" - missing signature - delete");
         if (file_unlink(path.c_str()) != ST_OK) {
             std::printf("Failed to delete unsigned file: %s.\n", path.c_str());
-            return 1;
+            return WalkStep::stop;
         }
-        return 0;
+        return WalkStep::go_on;
     }
     const ExitStatus verdict = sig_fd ? file_sig_verify_opened(path.c_str(), sig_fd.get())
                                       : file_sig_verify(path.c_str());
     sig_fd.reset();
     if (verdict == ST_OK) {
         std::puts(" - verified");
-        return 0;
+        return WalkStep::go_on;
     }
     std::puts(" - invalid signature - delete");
     if (file_unlink(path.c_str()) != ST_OK) {
         std::printf("Failed to delete invalid data/executable: %s.\n", path.c_str());
-        return 1;
+        return WalkStep::stop;
     }
     if (file_unlink(sig.c_str()) != ST_OK) {
         std::printf("Failed to delete invalid signature: %s.\n", sig.c_str());
-        return 1;
+        return WalkStep::stop;
     }
-    return 0;
+    return WalkStep::go_on;
 }
 
 }  // namespace
 
-int ftw_process_files(const char* path, const struct stat* /*st*/, int type) {
+WalkStep ftw_process_files(const char* path, const struct stat* /*st*/, int type) {
     if (type != FTW_F) {
-        return 0;
+        return WalkStep::go_on;
     }
     const std::string p(path);
     if (is_signature(p)) {
@@ -87,7 +87,7 @@ int ftw_process_files(const char* path, const struct stat* /*st*/, int type) {
     }
     // Certificates have no signature; the certificate sweep judges them.
     if (starts_with(p, paths::cert_store)) {
-        return 0;
+        return WalkStep::go_on;
     }
     return sweep_data(p);
 }

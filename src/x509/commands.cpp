@@ -20,9 +20,11 @@ constexpr std::size_t serial_length = 10;
 // The record the device left in raw, taken apart; 9 without a message when it cannot be read or a
 // length leads past it. The record's key block points into raw.
 Result<TerminalRecord> read_record(ProcRecord& raw, ProcReads reads, RecordLayout layout) {
-    if (sapi_proc_read(raw, reads) != ST_OK) {
-        return ST_FAILURE;
+    Result<ProcRecord> proc = sapi_proc_read(reads);
+    if (!proc.ok()) {
+        return proc.status();
     }
+    raw = *proc;
     std::optional<TerminalRecord> record = x509_record_parse(raw.bytes, layout);
     if (!record) {
         return ST_FAILURE;
@@ -42,15 +44,16 @@ Result<std::string> key_usage_text(const TerminalRecord& record) {
 // The terminal's serial number: the first line nvram prints, less its last character, which must
 // leave exactly ten.
 Result<std::string> terminal_serial() {
-    std::optional<std::string> line;
-    if (sys_nvram_get(serial_key, line) != ST_OK || !line) {
+    Result<std::optional<std::string>> line = sys_nvram_get(serial_key);
+    if (!line.ok() || !*line) {
         return ST_FAILURE;
     }
-    line->pop_back();
-    if (line->size() != serial_length) {
+    std::string serial = std::move(**line);
+    serial.pop_back();
+    if (serial.size() != serial_length) {
         return ST_FAILURE;
     }
-    return std::move(*line);
+    return serial;
 }
 
 // The result record goes back whole or not at all.
@@ -72,9 +75,9 @@ ExitStatus cmd_x509_csr(int, char**) {
     if (!record.ok()) {
         return record.status();
     }
-    RsaNumbers terminal;
-    if (ExitStatus st = extract_rsa_key(record->key_block, terminal); st != ST_OK) {
-        return st;
+    const Result<RsaNumbers> terminal = extract_rsa_key(record->key_block);
+    if (!terminal.ok()) {
+        return terminal.status();
     }
     const std::string subject = x509_subject_text("", record->common_name, csr_max_cn);
     const Result<std::string> key_usage = key_usage_text(*record);
@@ -82,7 +85,7 @@ ExitStatus cmd_x509_csr(int, char**) {
         return key_usage.status();
     }
     ProcRecord result;
-    return write_result(result, x509_csr(result.bytes, terminal, subject, *key_usage));
+    return write_result(result, x509_csr(result.bytes, *terminal, subject, *key_usage));
 }
 
 ExitStatus cmd_x509_generate(int, char**) {
@@ -95,13 +98,13 @@ ExitStatus cmd_x509_generate(int, char**) {
     if (!record.ok()) {
         return record.status();
     }
-    RsaNumbers key;
-    if (ExitStatus st = extract_rsa_key(record->key_block, key); st != ST_OK) {
-        return st;
+    const Result<RsaNumbers> key = extract_rsa_key(record->key_block);
+    if (!key.ok()) {
+        return key.status();
     }
-    RsaNumbers dummy;
-    if (ExitStatus st = x509_dummy_key(key.n.get(), dummy); st != ST_OK) {
-        return st;
+    const Result<RsaNumbers> dummy = x509_dummy_key(key->n.get());
+    if (!dummy.ok()) {
+        return dummy.status();
     }
     const Result<std::string> serial = terminal_serial();
     if (!serial.ok()) {
@@ -113,5 +116,5 @@ ExitStatus cmd_x509_generate(int, char**) {
         return key_usage.status();
     }
     ProcRecord result;
-    return write_result(result, x509_generate(result.bytes, key, dummy, subject, *key_usage));
+    return write_result(result, x509_generate(result.bytes, *key, *dummy, subject, *key_usage));
 }

@@ -31,7 +31,8 @@ BignumPtr number(std::span<const std::uint8_t> big_endian) {
 
 }  // namespace
 
-ExitStatus extract_rsa_key(std::span<const std::uint8_t> block, RsaNumbers& key) {
+Result<RsaNumbers> extract_rsa_key(std::span<const std::uint8_t> block) {
+    RsaNumbers key;
     std::size_t pos = 0;
     key.n = take_number(block, pos);
     if (!key.n) {
@@ -43,17 +44,21 @@ ExitStatus extract_rsa_key(std::span<const std::uint8_t> block, RsaNumbers& key)
         std::puts("Failed to get public exponent");
         return ST_FAILURE;
     }
-    return ST_OK;
+    return key;
 }
 
-ExitStatus x509_dummy_key(const BIGNUM* terminal_modulus, RsaNumbers& key) {
+Result<RsaNumbers> x509_dummy_key(const BIGNUM* terminal_modulus) {
+    RsaNumbers key;
     // The signature then has the length one made by a key of the terminal key's class would have.
     const int bits = BN_num_bits(terminal_modulus);
     const bool small = bits >= 1017 && bits <= 1024;
     key.n = small ? number(dummy_rsa_1024_n) : number(dummy_rsa_2048_n);
     key.d = small ? number(dummy_rsa_1024_d) : number(dummy_rsa_2048_d);
     key.e = number(dummy_rsa_e);
-    return key.n && key.d && key.e ? ST_OK : ST_FAILURE;
+    if (!key.n || !key.d || !key.e) {
+        return ST_FAILURE;
+    }
+    return key;
 }
 
 EvpPkeyPtr rsa_pkey(const RsaNumbers& key) {

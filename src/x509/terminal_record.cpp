@@ -18,20 +18,20 @@ std::string c_text(std::string text) {
     return text;
 }
 
-// Reads a length-prefixed text at pos and moves pos past it; false when it leaves the buffer.
-bool take_text(std::span<const std::uint8_t> buffer, std::size_t& pos, std::string& text) {
+// The length-prefixed text at pos, which moves past it; nothing when it leaves the buffer.
+std::optional<std::string> take_text(std::span<const std::uint8_t> buffer, std::size_t& pos) {
     if (pos >= buffer.size()) {
-        return false;
+        return std::nullopt;
     }
     const std::size_t length = buffer[pos];
     ++pos;
     if (length > buffer.size() - pos) {
-        return false;
+        return std::nullopt;
     }
-    text.assign(buffer.begin() + static_cast<std::ptrdiff_t>(pos),
-                buffer.begin() + static_cast<std::ptrdiff_t>(pos + length));
+    std::string text(buffer.begin() + static_cast<std::ptrdiff_t>(pos),
+                     buffer.begin() + static_cast<std::ptrdiff_t>(pos + length));
     pos += length;
-    return true;
+    return text;
 }
 
 }  // namespace
@@ -46,13 +46,20 @@ std::optional<TerminalRecord> x509_record_parse(std::span<const std::uint8_t> bu
     if (key_length > buffer.size() - key_offset) {
         return std::nullopt;
     }
-    TerminalRecord record;
-    record.key_block = buffer.subspan(key_offset);
     std::size_t pos = key_offset + key_length;
     // The generation record's trailing field has no use here, so it is not read.
-    if (!take_text(buffer, pos, record.common_name) || !take_text(buffer, pos, record.key_usage)) {
+    std::optional<std::string> common_name = take_text(buffer, pos);
+    if (!common_name) {
         return std::nullopt;
     }
+    std::optional<std::string> key_usage = take_text(buffer, pos);
+    if (!key_usage) {
+        return std::nullopt;
+    }
+    TerminalRecord record;
+    record.key_block = buffer.subspan(key_offset);
+    record.common_name = std::move(*common_name);
+    record.key_usage = std::move(*key_usage);
     return record;
 }
 

@@ -163,11 +163,11 @@ std::size_t x509_csr(std::span<std::uint8_t> out, const RsaNumbers& terminal,
     if (!req) {
         return 0;
     }
-    RsaNumbers dummy;
-    if (x509_dummy_key(terminal.n.get(), dummy) != ST_OK) {
+    const Result<RsaNumbers> dummy = x509_dummy_key(terminal.n.get());
+    if (!dummy.ok()) {
         return 0;
     }
-    EvpPkeyPtr pkey = signing_key(dummy);
+    EvpPkeyPtr pkey = signing_key(*dummy);
     if (!pkey) {
         return 0;
     }

@@ -18,10 +18,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         FUZZ_CHECK(record->key_block.data() >= data &&
                    record->key_block.data() + record->key_block.size() == data + size);
 
-        RsaNumbers key;
-        if (extract_rsa_key(record->key_block, key) == ST_OK) {
-            FUZZ_CHECK(key.n && key.e);
-            FUZZ_CHECK(static_cast<std::size_t>(BN_num_bytes(key.n.get())) <=
+        if (const Result<RsaNumbers> key = extract_rsa_key(record->key_block); key.ok()) {
+            FUZZ_CHECK(key->n && key->e);
+            FUZZ_CHECK(static_cast<std::size_t>(BN_num_bytes(key->n.get())) <=
                        record->key_block.size());
         }
         ERR_clear_error();

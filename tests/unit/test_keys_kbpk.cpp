@@ -1,7 +1,7 @@
-// FLAG file texts and signer roles beyond those the KBPK commands are run with.
+// FLAG file texts beyond the two the program writes.
 #include <gtest/gtest.h>
 
-#include <optional>
+#include <span>
 
 #include "keys/kbpk.hpp"
 
@@ -13,11 +13,4 @@ TEST(KbpkFlags, TextIsReadAsHexUpToTheFirstNonDigit) {
     for (const auto& r : rows) {
         EXPECT_EQ(kbpk_flag_value(std::span<const char, 4>(r.text, 4)), r.value) << r.text;
     }
-    EXPECT_EQ(kbpk_flag_text(0xABC), "0ABC");
-}
-
-TEST(KbpkFlags, RoleDecidesPciPinAndCaseMatters) {
-    EXPECT_EQ(kbpk_signer_flags("HSM-PCI-PIN"), std::optional<std::uint16_t>(0x8000));
-    EXPECT_EQ(kbpk_signer_flags("hsm-pci-pin"), std::optional<std::uint16_t>(0));
-    EXPECT_EQ(kbpk_signer_flags("main-user"), std::nullopt);
 }

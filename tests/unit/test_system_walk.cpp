@@ -1,5 +1,5 @@
-// The file-tree walk under every sweep: links out of the tree are not followed, and a step's 1
-// ends the walk.
+// The file-tree walk under every sweep: links out of the tree are not followed, and a step that
+// says stop ends the walk.
 #include <ftw.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -29,9 +29,9 @@ TEST(Walk, StaysInTheTreeAndStopsWhenAStepSays) {
     ASSERT_EQ(walk_tree(root.c_str(),
                         [&](const char* path, const struct stat*, int type) {
                             types[fs::path(path).lexically_relative(root).string()] = type;
-                            return 0;
+                            return WalkStep::go_on;
                         }),
-              0);
+              ST_OK);
     const std::map<std::string, int> expected = {{".", FTW_D},
                                                  {"top", FTW_F},
                                                  {"a", FTW_D},
@@ -40,10 +40,11 @@ TEST(Walk, StaysInTheTreeAndStopsWhenAStepSays) {
     EXPECT_EQ(types, expected);
 
     int files = 0;
-    EXPECT_NE(
-        walk_tree(root.c_str(), [&](const char*, const struct stat*,
-                                    int type) { return type == FTW_F && ++files == 1 ? 1 : 0; }),
-        0);
+    EXPECT_EQ(walk_tree(root.c_str(),
+                        [&](const char*, const struct stat*, int type) {
+                            return type == FTW_F && ++files == 1 ? WalkStep::stop : WalkStep::go_on;
+                        }),
+              ST_FAILURE);
     EXPECT_EQ(files, 1);
     fs::remove_all(base);
 }
