@@ -29,7 +29,6 @@ TEST(MtdFind, FirstLineWithFragmentAndColonDecides) {
         {"mtd123: 00800000 00020000 \"screens\"\nmtd4: 00800000 00020000 \"screens\"\n", "screens",
          nullptr, nullptr},
         {"mtd4: 00800000 00020000 \"Screens\"\n", "screens", nullptr, nullptr},
-        {"", "screens", nullptr, nullptr},
     };
     for (const auto& r : rows) {
         const std::optional<MtdPartition> got = mtd_find(r.table, r.fragment);
