@@ -44,14 +44,12 @@ def assert_run(r, status, sweep_lines, tail):
 
 @pytest.mark.parametrize("stored, role, status", [
     # The installed production-signing certificate from "KeySigning" selects the bundle.
-    (("prod-sign",), "acme", 0),
     (("prod-sign",), "rki-acme", 3),
     # Without it the RKI CA is the anchor ...
     ((), "rki-acme", 0),
     ((), "acme", 3),
-    # ... except for the application user's and the tamper service's certificates.
+    # ... except for the application user's and (see any start-up check) the tamper service's.
     ((), "root-main-user", 0),
-    ((), "detamper", 0),
     # A "prod-sign" from "KeySigning" switches to the bundle itself; one from another CA does not.
     ((), "prod-sign", 0),
     ((), "prod-sign-other", 3),
