@@ -240,8 +240,9 @@ Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failur
         std::puts("FATAL: Failed to write a data block.");
         return ST_FAILURE;
     }
+    // A digest that failed on a block stays failed, so its final answer covers that block too.
     const std::optional<Digest> digest = sha.final();
-    if (fault == BlockFault::consume || !digest) {
+    if (!digest) {
         std::puts("FATAL: OpenSSL failure.");
         return ST_FAILURE;
     }
