@@ -6,24 +6,14 @@ listed: a seed the corpus merge finds redundant comes out of here too.
 """
 import hashlib
 import os
-import struct
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), ".."))
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "sim"))
 from orvin_sim.pki import PKI  # noqa: E402
+from orvin_sim.sapi import csr_record, gen_record, key_block  # noqa: E402
 
 CORPUS = os.path.join(os.path.dirname(__file__), "..", "tests", "fuzz", "corpus")
-
-
-def key_block(bits, exponent=b"\x01\x00\x01"):
-    n = bytearray(b"\x5a" * ((bits + 7) // 8))
-    n[0], n[-1] = 1 << ((bits - 1) % 8), 0x5B
-    return struct.pack(">H", len(n)) + bytes(n) + struct.pack(">H", len(exponent)) + exponent
-
-
-def texts(cn, usage):
-    return bytes([len(cn)]) + cn + bytes([len(usage)]) + usage
 
 
 def tr31(size=112):
@@ -91,10 +81,8 @@ def seeds(pki):
             "odd": b"ABC\n",
         },
         "terminal_record": {
-            "csr-1024": struct.pack("<HH", len(key_block(1024)), 0xA5A5) + key_block(1024)
-                        + texts(b"node-1", b"digitalSignature"),
-            "gen-2048": struct.pack("<HHH", len(key_block(2048)), 0xA5A5, 9) + key_block(2048)
-                        + texts(b"-node", b"encipherOnly") + b"\x07" * 9,
+            "csr-1024": csr_record(key_block(1024)),
+            "gen-2048": gen_record(key_block(2048), usage=b"encipherOnly"),
             "subject": b"/C=GB/ST=x/CN=node-1/emailAddress=a@b",
         },
         "x509_subject": {

@@ -43,6 +43,28 @@ def key_digest(value):
     return hashlib.sha256(value).digest()
 
 
+def key_block(bits, exponent=b"\x01\x00\x01"):
+    """A public key block: big-endian lengths, a modulus of exactly `bits` bits."""
+    n = bytearray(b"\x5a" * ((bits + 7) // 8))
+    n[0], n[-1] = 1 << ((bits - 1) % 8), 0x5B
+    return struct.pack(">H", len(n)) + bytes(n) + struct.pack(">H", len(exponent)) + exponent
+
+
+def _texts(cn, usage):
+    return bytes([len(cn)]) + cn + bytes([len(usage)]) + usage
+
+
+def csr_record(block, cn=b"node-1", usage=b"digitalSignature"):
+    """The record the device leaves in "/proc/sapi" for a certificate request."""
+    return struct.pack("<HH", len(block), 0xA5A5) + block + _texts(cn, usage)
+
+
+def gen_record(block, cn=b"-node", usage=b"digitalSignature", trailing=b"\x07" * 9):
+    """The record the device leaves in "/proc/sapi" for a certificate it is to sign."""
+    return (struct.pack("<HHH", len(block), 0xA5A5, len(trailing)) + block + _texts(cn, usage)
+            + trailing)
+
+
 @dataclass
 class Event:
     """One operation on the device or the proc file, as the device saw it. result is the system

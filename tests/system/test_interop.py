@@ -11,9 +11,10 @@ from cryptography import x509
 from cryptography.hazmat.primitives import hashes, serialization
 from cryptography.hazmat.primitives.asymmetric import rsa
 from cryptography.x509.oid import NameOID
+from orvin_sim.sapi import csr_record, gen_record
 
 from helpers import provision, run_cmd, signed_file
-from test_x509 import SERIAL, csr_record, gen_record, load, run, xt  # noqa: F401 (xt: fixture)
+from test_x509 import SERIAL, load, run, xt  # noqa: F401 (xt: fixture)
 
 SUBJECT = b"/C=GB/ST=Hallowmereshire/L=Thornwickley/O=Orvin Systems Ltd/OU=Terminal/CN="
 

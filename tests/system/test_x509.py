@@ -7,6 +7,7 @@ import subprocess
 
 import pytest
 from orvin_sim import sapi as S
+from orvin_sim.sapi import csr_record, gen_record, key_block
 
 from helpers import provision, run_cmd
 
@@ -14,25 +15,6 @@ SERIAL = b"TS01234567"
 TERMINAL_CRT = "/usr/local/share/certs/terminal.crt"
 FIXED = "C=GB, ST=Hallowmereshire, L=Thornwickley, O=Orvin Systems Ltd, OU=Terminal, CN="
 NO_ISSUER = b"Failed to open the issuer certificate file: /usr/local/share/certs/terminal.crt\n"
-
-
-def key_block(bits, exponent=b"\x01\x00\x01"):
-    """A public key block: big-endian lengths, a modulus of exactly `bits` bits."""
-    n = bytearray(b"\x5a" * ((bits + 7) // 8))
-    n[0], n[-1] = 1 << ((bits - 1) % 8), 0x5B
-    return struct.pack(">H", len(n)) + bytes(n) + struct.pack(">H", len(exponent)) + exponent
-
-
-def texts(cn, usage):
-    return bytes([len(cn)]) + cn + bytes([len(usage)]) + usage
-
-
-def csr_record(block, cn=b"node-1", usage=b"digitalSignature"):
-    return struct.pack("<HH", len(block), 0xA5A5) + block + texts(cn, usage)
-
-
-def gen_record(block, cn=b"-node", usage=b"digitalSignature", trailing=b"\x07" * 9):
-    return struct.pack("<HHH", len(block), 0xA5A5, len(trailing)) + block + texts(cn, usage) + trailing
 
 
 def openssl_text(kind, pem):
