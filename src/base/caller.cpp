@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -105,6 +106,25 @@ Result<struct stat> caller_lstat(const char* path) {
         return ST_FAILURE;
     }
     return st;
+}
+
+Result<CallerFile> caller_open_to_verify(const char* path, SizeRule rule) {
+    const Result<struct stat> st = caller_lstat(path);
+    if (!st.ok()) {
+        return st.status();
+    }
+    const auto size = static_cast<std::uint64_t>(st->st_size);
+    if (rule != nullptr) {
+        if (const ExitStatus refused = rule(size); refused != ST_OK) {
+            return refused;
+        }
+    }
+    UniqueFd fd = caller_open(path);
+    if (!fd) {
+        std::puts("FATAL: Failed to open the file to verify.");
+        return ST_FAILURE;
+    }
+    return CallerFile{std::move(fd), size, st->st_mode};
 }
 
 bool caller_access(const char* path, int mode) {

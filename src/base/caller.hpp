@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <vector>
 
 #include "fd.hpp"
@@ -66,5 +67,18 @@ private:
 // 9 after "FATAL: Failed to obtain file information.".
 [[nodiscard]] Result<struct stat> caller_lstat(const char* path);
 [[nodiscard]] bool caller_access(const char* path, int mode);
+
+// A caller's file held for reading, with the size and mode it had when it was judged.
+struct CallerFile {
+    UniqueFd fd;
+    std::uint64_t size = 0;
+    mode_t mode = 0;
+};
+// Judges a file's size before it is opened, printing its own refusal.
+using SizeRule = ExitStatus (*)(std::uint64_t size);
+// The one way a caller's file is opened to be verified (D3): its lstat, the size rule (if any)
+// judged between that and the open, so a file too big to take is refused before it is opened,
+// then the open, refused with "FATAL: Failed to open the file to verify." and 9.
+[[nodiscard]] Result<CallerFile> caller_open_to_verify(const char* path, SizeRule rule = nullptr);
 // unlink(2) with the caller's rights: whether the entry is gone.
 [[nodiscard]] bool caller_unlink(const char* path);

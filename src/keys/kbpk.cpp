@@ -34,22 +34,13 @@ std::string numbered(const char* prefix, int id) {
 // Reads the caller's KBPK file (D3) into the buffer that goes to the device, so what is sent is
 // what was read once.
 Result<KbpkFile> kbpk_file_read(const char* path) {
-    KbpkFile bytes{};
-    const Result<struct stat> st = caller_lstat(path);
-    if (!st.ok()) {
-        return st.status();
-    }
     // Judged once already; a file swapped since then is refused in the same words.
-    if (static_cast<std::uint64_t>(st->st_size) != bytes.size()) {
-        std::puts("Invalid KBPK file.");
-        return ST_BAD_KBPK_FILE;
+    const Result<CallerFile> file = caller_open_to_verify(path, kbpk_size_rule);
+    if (!file.ok()) {
+        return file.status();
     }
-    UniqueFd fd = caller_open(path, O_RDONLY | O_NONBLOCK);
-    if (!fd) {
-        std::puts("FATAL: Failed to open the file to verify.");
-        return ST_FAILURE;
-    }
-    if (read_full(fd.get(), bytes.data(), bytes.size()) != bytes.size()) {
+    KbpkFile bytes{};
+    if (read_full(file->fd.get(), bytes.data(), bytes.size()) != bytes.size()) {
         std::printf("Failed to read the KBPK file: %s\n", path);
         return ST_FAILURE;
     }

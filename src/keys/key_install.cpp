@@ -99,23 +99,13 @@ struct KeyBlock {
 
 // The key block is read once, with the caller's rights (D3), into the bytes the device gets.
 Result<KeyBlock> key_block_read(const char* source) {
-    const Result<struct stat> st = caller_lstat(source);
-    if (!st.ok()) {
-        return st.status();
-    }
     // Judged once already; a file that has grown since is refused in the same words (D10).
-    if (Tr31Fault f = tr31_size_fault(static_cast<std::uint64_t>(st->st_size));
-        f != Tr31Fault::none) {
-        std::puts(tr31_fault_message(f));
-        return ST_BAD_TR31_FILE;
+    const Result<CallerFile> file = caller_open_to_verify(source, tr31_size_rule);
+    if (!file.ok()) {
+        return file.status();
     }
-    UniqueFd fd = caller_open(source, O_RDONLY | O_NONBLOCK);
-    if (!fd) {
-        std::puts("FATAL: Failed to open the file to verify.");
-        return ST_FAILURE;
-    }
-    KeyBlock block{std::vector<std::uint8_t>(static_cast<std::size_t>(st->st_size)), st->st_mode};
-    if (read_full(fd.get(), block.bytes.data(), block.bytes.size()) != block.bytes.size()) {
+    KeyBlock block{std::vector<std::uint8_t>(static_cast<std::size_t>(file->size)), file->mode};
+    if (read_full(file->fd.get(), block.bytes.data(), block.bytes.size()) != block.bytes.size()) {
         std::printf("Failed to read the TR-31 file: %s\n", source);
         return ST_FAILURE;
     }

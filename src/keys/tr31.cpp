@@ -11,6 +11,7 @@
 #include "base/caller.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
+#include "device/sapi_wire.hpp"
 
 namespace {
 
@@ -60,16 +61,25 @@ const char* tr31_fault_message(Tr31Fault fault) {
     return nullptr;
 }
 
-ExitStatus file_verify_kbpk_file(const char* path) {
-    const Result<struct stat> st = caller_lstat(path);
-    if (!st.ok()) {
-        return st.status();
+ExitStatus tr31_size_rule(std::uint64_t size) {
+    if (Tr31Fault f = tr31_size_fault(size); f != Tr31Fault::none) {
+        std::puts(tr31_fault_message(f));
+        return ST_BAD_TR31_FILE;
     }
-    if (static_cast<std::uint64_t>(st->st_size) != tr31::kbpk_file_size) {
+    return ST_OK;
+}
+
+ExitStatus kbpk_size_rule(std::uint64_t size) {
+    if (size != sapi::kbpk_file_size) {
         std::puts("Invalid KBPK file.");
         return ST_BAD_KBPK_FILE;
     }
     return ST_OK;
+}
+
+ExitStatus file_verify_kbpk_file(const char* path) {
+    const Result<struct stat> st = caller_lstat(path);
+    return st.ok() ? kbpk_size_rule(static_cast<std::uint64_t>(st->st_size)) : st.status();
 }
 
 ExitStatus file_verify_key_file(const char* path) {
@@ -77,28 +87,19 @@ ExitStatus file_verify_key_file(const char* path) {
         std::printf("Invalid file: %s\n", path);
         return ST_BAD_ARGUMENT;
     }
-    const Result<struct stat> st = caller_lstat(path);
-    if (!st.ok()) {
-        return st.status();
+    Result<CallerFile> file = caller_open_to_verify(path, tr31_size_rule);
+    if (!file.ok()) {
+        return file.status();
     }
-    const auto size = static_cast<std::uint64_t>(st->st_size);
-    if (Tr31Fault f = tr31_size_fault(size); f != Tr31Fault::none) {
-        std::puts(tr31_fault_message(f));
-        return ST_BAD_TR31_FILE;
-    }
-    UniqueFd fd = caller_open(path, O_RDONLY | O_NONBLOCK);
-    if (!fd) {
-        std::puts("FATAL: Failed to open the file to verify.");
-        return ST_FAILURE;
-    }
+    const int fd = file->fd.get();
     std::array<std::uint8_t, tr31::head_size> head{};
-    if (read_full(fd.get(), head.data(), 1) != 1 ||
-        read_full(fd.get(), head.data() + 1, head.size() - 1) != head.size() - 1) {
+    if (read_full(fd, head.data(), 1) != 1 ||
+        read_full(fd, head.data() + 1, head.size() - 1) != head.size() - 1) {
         std::printf("Failed to read the TR-31 file: %s\n", path);
         return ST_FAILURE;
     }
-    fd.reset();
-    if (Tr31Fault f = tr31_head_fault(head, size); f != Tr31Fault::none) {
+    file->fd.reset();
+    if (Tr31Fault f = tr31_head_fault(head, file->size); f != Tr31Fault::none) {
         std::puts(tr31_fault_message(f));
         return ST_BAD_TR31_FILE;
     }

@@ -11,7 +11,6 @@ inline constexpr std::uint64_t min_size = 56;
 // The largest block the device's request buffer takes (D10); the length field alone allows 9992.
 inline constexpr std::uint64_t max_size = 4088;
 inline constexpr std::size_t head_size = 5;
-inline constexpr std::uint64_t kbpk_file_size = 256;
 }  // namespace tr31
 
 // Why a TR-31 file is refused; none when its shape is acceptable.
@@ -26,6 +25,12 @@ enum class Tr31Fault { none, size, version, length_field, length };
 
 // The line printed for a fault; nullptr for none.
 [[nodiscard]] const char* tr31_fault_message(Tr31Fault fault);
+
+// The size rules a caller's key file is opened under (see caller_open_to_verify): 0, or the
+// fault's line and 13 for a TR-31 block, "Invalid KBPK file." and 11 for a KBPK file that is
+// not the device's 256 bytes.
+[[nodiscard]] ExitStatus tr31_size_rule(std::uint64_t size);
+[[nodiscard]] ExitStatus kbpk_size_rule(std::uint64_t size);
 
 // 0; 9 when the file's status cannot be read; 11 when it is not 256 bytes (symbolic links are
 // judged by their own size). Examined with the caller's rights (D3).

@@ -319,21 +319,16 @@ void signer_cache_forget() { signer_cache() = SignerCache{}; }
 namespace {
 
 Result<Signer> verify_signed_file(const char* path, const Signature& sig) {
-    const Result<struct stat> st = caller_lstat(path);
-    if (!st.ok()) {
-        return st.status();
+    Result<CallerFile> file = caller_open_to_verify(path);
+    if (!file.ok()) {
+        return file.status();
     }
-    UniqueFd fd = caller_open(path, O_RDONLY | O_NONBLOCK);
-    if (!fd) {
-        std::puts("FATAL: Failed to open the file to verify.");
-        return ST_FAILURE;
-    }
-    const Result<Digest> digest = digest_blocks(fd.get(), static_cast<std::uint64_t>(st->st_size),
-                                                "FATAL: Failed to read the block data.");
+    const Result<Digest> digest =
+        digest_blocks(file->fd.get(), file->size, "FATAL: Failed to read the block data.");
     if (!digest.ok()) {
         return digest.status();
     }
-    fd.reset();
+    file->fd.reset();
     return sig_find_signer(*digest, sig);
 }
 
