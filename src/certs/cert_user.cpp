@@ -75,7 +75,7 @@ ExitStatus grant_devices() {
             continue;
         }
         const ExitStatus st = d.grant == Grant::led ? set_led_permissions(d.path)
-                                             : sys_chown(d.path, ids::root, ids::app_group);
+                                                    : sys_chown(d.path, ids::root, ids::app_group);
         if (st != ST_OK) {
             return st;
         }

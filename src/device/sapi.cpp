@@ -14,7 +14,7 @@
 namespace {
 
 // A device failure reaches the program only as errno; a short transfer leaves it 0.
-ssize_t write_once(int fd, const std::vector<std::uint8_t>& bytes) {
+ssize_t write_once(int fd, std::span<const std::uint8_t> bytes) {
     errno = 0;
     ssize_t n;
     do {
@@ -118,9 +118,6 @@ ExitStatus sapi_proc_write(std::span<const std::uint8_t> record) {
     if (!fd) {
         return ST_FAILURE;
     }
-    ssize_t n;
-    do {
-        n = ::write(fd.get(), record.data(), record.size());
-    } while (n < 0 && errno == EINTR);
+    const ssize_t n = write_once(fd.get(), record);
     return n >= 0 && static_cast<std::size_t>(n) == record.size() ? ST_OK : ST_FAILURE;
 }

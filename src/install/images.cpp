@@ -134,7 +134,8 @@ ExitStatus cmd_image_install(int, char** argv) {
     if (ExitStatus st = file_verify_image_file(argv[2]); st != ST_OK) {
         return st;
     }
-    if (ExitStatus st = write_verified_image(argv[2], signer->cn, screen_image_size, paths::mtd_screens);
+    if (ExitStatus st =
+            write_verified_image(argv[2], signer->cn, screen_image_size, paths::mtd_screens);
         st != ST_OK) {
         return st;
     }

@@ -103,17 +103,11 @@ Result<std::vector<std::uint8_t>> terminal_key_from(std::string value) {
 }
 
 Result<std::string> terminal_subject() {
-    const Result<X509Ptr> file = cert_read_file(paths::terminal_cert, OpenAs::root);
-    if (file.status() == ST_CERT_UNREADABLE) {
-        std::puts("FATAL: Failed to open certificate file.");
-        return ST_CERT_UNREADABLE;
+    const Result<X509Ptr> file = cert_read_reported(paths::terminal_cert);
+    if (!file.ok()) {
+        return file.status();
     }
-    if (file.status() != ST_OK) {
-        std::puts("Failed to read certificate file.");
-        return ST_CERT_INVALID;
-    }
-    const OpensslStringPtr text(
-        X509_NAME_oneline(X509_get_subject_name(file->get()), nullptr, 0));
+    const OpensslStringPtr text(X509_NAME_oneline(X509_get_subject_name(file->get()), nullptr, 0));
     if (!text) {
         std::puts("FATAL: Out of memory.");
         return ST_FAILURE;

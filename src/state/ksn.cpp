@@ -46,14 +46,9 @@ std::string ksn_rewrite(const std::string& log, const std::string& entry, int ke
     bool matched = false;
     for (const std::string& line : split_lines(log)) {
         std::printf("New Line %s\n", line.c_str());
-        if (!entry_matches(line, key_index, ksn)) {
-            out += line;
-            continue;
-        }
-        // A match has readable digits; should they still not decode, the line goes rather than
-        // answer the device with a KSN nobody could read.
-        const std::optional<Ksn> held = ksn_from_entry(line);
+        const std::optional<Ksn> held = matching_entry(line, key_index, ksn);
         if (!held) {
+            out += line;
             continue;
         }
         old_ksn = *held;
@@ -125,7 +120,7 @@ std::optional<Ksn> ksn_from_entry(std::string_view line) {
     return ksn;
 }
 
-bool entry_matches(const std::string& line, int key_index, const Ksn& ksn) {
+std::optional<Ksn> matching_entry(const std::string& line, int key_index, const Ksn& ksn) {
     // As strtol reads it: leading blanks and a sign are part of the number.
     errno = 0;
     char* end = nullptr;
@@ -133,17 +128,20 @@ bool entry_matches(const std::string& line, int key_index, const Ksn& ksn) {
     if (end == line.c_str() || errno == ERANGE || number < INT_MIN || number > INT_MAX ||
         *end != ':') {
         std::printf("Corrupt file entry: %s\n", line.c_str());
-        return false;
+        return std::nullopt;
     }
     if (number != key_index) {
-        return false;
+        return std::nullopt;
     }
     const std::optional<Ksn> held = ksn_from_entry(line);
     if (!held) {
         std::fputs("Corrupt file data", stdout);
-        return false;
+        return std::nullopt;
     }
-    return same_iksn(ksn, *held);
+    if (!same_iksn(ksn, *held)) {
+        return std::nullopt;
+    }
+    return held;
 }
 
 ExitStatus update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uint8_t* status,

@@ -67,9 +67,10 @@ struct KsnReport {
 // no ":" or the digits do not decode.
 [[nodiscard]] std::optional<Ksn> ksn_from_entry(std::string_view line);
 
-// Whether line is the entry of key_index for the initial key of ksn; a damaged line is not, and
-// gets a message.
-[[nodiscard]] bool entry_matches(const std::string& line, int key_index, const Ksn& ksn);
+// The KSN line holds when it is the entry of key_index for the initial key of ksn; nothing
+// otherwise. A damaged line is no entry, and gets a message.
+[[nodiscard]] std::optional<Ksn> matching_entry(const std::string& line, int key_index,
+                                                const Ksn& ksn);
 
 // Rewrites the log at log_path with the entry for the pair, as a new file renamed over it. When an
 // entry for the same key and initial key was there, it is replaced, its KSN goes to old_ksn and

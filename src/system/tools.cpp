@@ -74,7 +74,8 @@ ExitStatus wait_child(pid_t pid) {
 
 }  // namespace
 
-ExitStatus sys_run_tool(const char* path, const std::vector<const char*>& argv, ForkFailure on_fork_failure) {
+ExitStatus sys_run_tool(const char* path, const std::vector<const char*>& argv,
+                        ForkFailure on_fork_failure) {
     const pid_t pid = spawn(path, argv, -1);
     if (pid < 0) {
         if (on_fork_failure == ForkFailure::end_program) {
@@ -121,7 +122,8 @@ void sys_reboot() {
     (void)sys_run_tool(paths::tool_reboot, {"reboot"}, ForkFailure::end_program);
 }
 
-ExitStatus sys_mount(const char* type, const char* options, const char* device, const char* mount_point) {
+ExitStatus sys_mount(const char* type, const char* options, const char* device,
+                     const char* mount_point) {
     return sys_run_tool(paths::tool_mount, {"mount", "-t", type, "-o", options, device, mount_point},
                         ForkFailure::end_program);
 }

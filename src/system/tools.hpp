@@ -17,7 +17,7 @@ enum class ForkFailure { return_failure, end_program };
 // wait status of 0, else 9. The child inherits only descriptors 0 to 2 and the fixed environment
 // (D5), and runs as root (D1).
 [[nodiscard]] ExitStatus sys_run_tool(const char* path, const std::vector<const char*>& argv,
-                               ForkFailure on_fork_failure);
+                                      ForkFailure on_fork_failure);
 
 // As sys_run_tool, with the child's standard output on out, for a caller that only cares whether
 // the tool could be started: false when no child process could be made, whatever the tool did.
@@ -28,7 +28,7 @@ enum class ForkFailure { return_failure, end_program };
 [[nodiscard]] ExitStatus sys_passwd(const char* option, const char* user);
 void sys_reboot();
 [[nodiscard]] ExitStatus sys_mount(const char* type, const char* options, const char* device,
-                            const char* mount_point);
+                                   const char* mount_point);
 [[nodiscard]] ExitStatus sys_umount(const char* mount_point, const char* option);
 // option may be null: the vector then has no option.
 [[nodiscard]] ExitStatus sys_fsck(const char* image, const char* option);

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "base/path_rules.hpp"
+#include "base/shared.hpp"
 
 namespace {
 
@@ -39,7 +40,7 @@ bool leads_outside(const char* path, const std::string& root) {
         return false;
     }
     const std::optional<std::string> real = resolve_path(path);
-    return !real || (*real + "/").rfind(root, 0) != 0;
+    return !real || !starts_with(*real + "/", root.c_str());
 }
 
 int trampoline(const char* path, const struct stat* st, int type, struct FTW* /*where*/) {

@@ -42,13 +42,30 @@ const char* default_anchor() {
     return orvin_rki_ca != 0 ? paths::anchor_rki : paths::anchor_bundle;
 }
 
-bool key_signing_prod_sign(const X509* cert) {
+// Which trust anchor a certificate's names call for.
+enum class AnchorChoice { current, bundle, bundle_for_the_run };
+
+AnchorChoice anchor_choice(const X509* cert) {
     if (cert == nullptr) {
-        return false;
+        return AnchorChoice::current;
     }
     const std::optional<std::string> issuer = x509_issuer_cn(cert);
     const std::optional<std::string> subject = x509_subject_cn(cert);
-    return issuer && subject && *issuer == "KeySigning" && *subject == "prod-sign";
+    if (!issuer || !subject) {
+        return AnchorChoice::current;
+    }
+    // The application user's and the tamper service's certificates always chain to the bundle.
+    if (*subject == "main-user" || *subject == "detamper") {
+        return AnchorChoice::bundle;
+    }
+    if (*issuer == "KeySigning" && *subject == "prod-sign") {
+        return AnchorChoice::bundle_for_the_run;
+    }
+    return AnchorChoice::current;
+}
+
+const char* anchor_file(AnchorChoice choice) {
+    return choice == AnchorChoice::current ? default_anchor() : paths::anchor_bundle;
 }
 
 // A store holding the anchor file, and with the bundle the library's default locations too.
@@ -285,34 +302,18 @@ Result<X509Ptr> cert_read_file(const char* path, OpenAs who) {
 }
 
 const char* cert_verify_ca_file(const X509* cert) {
-    const char* anchor = default_anchor();
-    if (cert == nullptr) {
-        return anchor;
-    }
-    const std::optional<std::string> issuer = x509_issuer_cn(cert);
-    const std::optional<std::string> subject = x509_subject_cn(cert);
-    if (!issuer || !subject) {
-        return anchor;
-    }
-    // The application user's and the tamper service's certificates always chain to the bundle.
-    if (*subject == "main-user" || *subject == "detamper") {
-        return paths::anchor_bundle;
-    }
-    if (*issuer == "KeySigning" && *subject == "prod-sign") {
-        return paths::anchor_bundle;
-    }
-    return anchor;
+    return anchor_file(anchor_choice(cert));
 }
 
 Result<X509Ptr> cert_verify(const char* path, OpenAs who) {
     Result<X509Ptr> file = cert_read_file(path, who);
-    const X509* offered = file.ok() ? file->get() : nullptr;
-    const char* anchor = cert_verify_ca_file(offered);
+    const AnchorChoice choice = anchor_choice(file.ok() ? file->get() : nullptr);
     // Once a production-signing certificate from "KeySigning" is met, the bundle is the anchor
     // for the rest of the run, the KBPK requests' trust-anchor flag included.
-    if (key_signing_prod_sign(offered)) {
+    if (choice == AnchorChoice::bundle_for_the_run) {
         orvin_rki_ca = 0;
     }
+    const char* anchor = anchor_file(choice);
     ChainCache& cache = chain_cache();
     Joined joined{};
     for (std::size_t k = 0; k < intermediate_count; ++k) {
@@ -337,14 +338,19 @@ Result<X509Ptr> cert_verify(const char* path, OpenAs who) {
     return file;
 }
 
-Result<std::string> cert_read_cn(const char* path, OpenAs who) {
+Result<X509Ptr> cert_read_reported(const char* path, OpenAs who) {
     Result<X509Ptr> file = cert_read_file(path, who);
     if (file.status() == ST_CERT_UNREADABLE) {
         print_open_failure();
-        return file.status();
-    }
-    if (file.status() != ST_OK) {
+    } else if (!file.ok()) {
         std::puts("Failed to read certificate file.");
+    }
+    return file;
+}
+
+Result<std::string> cert_read_cn(const char* path, OpenAs who) {
+    const Result<X509Ptr> file = cert_read_reported(path, who);
+    if (!file.ok()) {
         return file.status();
     }
     return cert_cn(file->get());

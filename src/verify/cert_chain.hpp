@@ -27,6 +27,10 @@ enum class OpenAs { root, caller };
 // fails), 9 (library failure), or the status of a damaged stored intermediate.
 [[nodiscard]] Result<X509Ptr> cert_verify(const char* path, OpenAs who);
 
+// As cert_read_file, the failure said: "FATAL: Failed to open certificate file." with 2, "Failed to
+// read certificate file." with 3.
+[[nodiscard]] Result<X509Ptr> cert_read_reported(const char* path, OpenAs who = OpenAs::root);
+
 // The subject common name of the certificate in path, cut at the first "/"; or 2 or 3, each
 // failure with its message.
 [[nodiscard]] Result<std::string> cert_read_cn(const char* path, OpenAs who = OpenAs::root);

@@ -90,11 +90,13 @@ void list_dir(const char* dir, const char* skip, CandidateDir& cache) {
     cache = CandidateDir{};
     const std::optional<std::vector<std::string>> names = dir_entries(dir);
     cache.listed = names.has_value();
-    for (const std::string& name : names.value_or(std::vector<std::string>{})) {
-        if (skip != nullptr && name == skip) {
-            continue;
+    if (names) {
+        for (const std::string& name : *names) {
+            if (skip == nullptr || name != skip) {
+                cache.entries.push_back(
+                    Candidate{std::string(dir) + name, Read::unread, nullptr, nullptr, {}});
+            }
         }
-        cache.entries.push_back(Candidate{std::string(dir) + name, Read::unread, nullptr, nullptr, {}});
     }
     if (stamp) {
         cache.cached = true;
@@ -146,13 +148,13 @@ bool verifies(EVP_PKEY_CTX* verifier, const Digest& digest, const Signature& sig
     return ok;
 }
 
-// Tries one candidate; prints and fails for anything that is not a readable certificate.
 // Where a search ended, and with Match::yes the candidate that signed.
 struct Search {
     Match match;
     Candidate* signer = nullptr;
 };
 
+// Tries one candidate; prints and fails for anything that is not a readable certificate.
 Search try_candidate(Candidate& c, const Digest& digest, const Signature& sig) {
     if (c.read == Read::unread) {
         read_candidate(c);
@@ -198,8 +200,7 @@ Search search_dir(const char* dir, const char* skip, CandidateDir& cache, const 
 
 Sha256::Sha256() : ctx_(EVP_MD_CTX_new()), ok_(false) {
     // Fetched once per run: the implicit fetch behind EVP_sha256() is paid at every digest.
-    static const EvpMdPtr sha256(
-        EVP_MD_fetch(nullptr, "SHA256", nullptr));
+    static const EvpMdPtr sha256(EVP_MD_fetch(nullptr, "SHA256", nullptr));
     ok_ = ctx_ && EVP_DigestInit_ex(ctx_.get(), sha256 ? sha256.get() : EVP_sha256(), nullptr) == 1;
 }
 
@@ -359,4 +360,6 @@ Result<Signer> file_verify(const char* path) {
     return sig_verify(path);
 }
 
-ExitStatus file_sig_verify(const char* path) { return sig_verify(path).status(); }
+ExitStatus file_sig_verify(const char* path) {
+    return sig_verify(path).status();
+}

@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // reads back as the same key and KSN.
     const KsnReport report = ksn_parse_report(std::span<const std::uint8_t>(data, size));
     const std::string entry = create_ksn_entry(report.key_index, report.ksn);
-    FUZZ_CHECK(entry_matches(entry, report.key_index, report.ksn));
+    FUZZ_CHECK(matching_entry(entry, report.key_index, report.ksn).has_value());
     const std::optional<Ksn> back = ksn_from_entry(entry);
     FUZZ_CHECK(back && *back == report.ksn);
     const KsnAnswer answer = ksn_encode_answer(ksn::status_matched, report.ksn);
@@ -27,8 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::string line(rest.substr(0, end));
         rest.remove_prefix(end);
         const std::optional<Ksn> held = ksn_from_entry(line);
-        if (entry_matches(line, report.key_index, report.ksn)) {
-            FUZZ_CHECK(held && same_iksn(*held, report.ksn));
+        if (const std::optional<Ksn> matched = matching_entry(line, report.key_index, report.ksn)) {
+            FUZZ_CHECK(held && *held == *matched && same_iksn(*held, report.ksn));
         }
     }
     return 0;
