@@ -1,15 +1,10 @@
 #!/usr/bin/env bash
 # Replays every fuzz target's committed corpus under AddressSanitizer and UBSan: a crash, a leak or a
-# failed check in any input fails the run. Builds build-fuzz with clang first when needed.
+# failed check in any input fails the run. Builds the targets first (tools/fuzz-build.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${ORVIN_FUZZ_BUILD_DIR:-build-fuzz}
-
-if [[ ! -f $build/CMakeCache.txt ]]; then
-    CC=clang CXX=clang++ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-        -DORVIN_FUZZ=ON -DORVIN_TESTS=OFF >/dev/null
-fi
-cmake --build "$build" -j"$(nproc)" --target orvin-fuzz >/dev/null
+tools/fuzz-build.sh "$build"
 
 echo "== fuzz corpus replay ($build)"
 failed=()

@@ -7,12 +7,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 shift || true
 build=${ORVIN_FUZZ_BUILD_DIR:-build-fuzz}
-
-if [[ ! -f $build/CMakeCache.txt ]]; then
-    CC=clang CXX=clang++ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-        -DORVIN_FUZZ=ON -DORVIN_TESTS=OFF >/dev/null
-fi
-cmake --build "$build" -j"$(nproc)" --target orvin-fuzz >/dev/null
+tools/fuzz-build.sh "$build"
 mkdir -p "$build/artifacts"
 
 targets=("$@")
