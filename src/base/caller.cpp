@@ -61,9 +61,9 @@ ExitStatus caller_check(CallerRule rule) {
 
 // The supplementary groups stay the caller's for the whole run: they do not widen root's rights,
 // and with the caller's file-system IDs they give the caller's own groups their access.
-// A root caller already has root's file-system identity: the switch would change nothing, and
-// the sweep makes it for every file.
-AsCaller::AsCaller() : switched_(caller().uid != ids::root || caller().gid != 0) {
+// A root caller already has root's file-system identity: the switch would change nothing.
+AsCaller::AsCaller(OpenAs who)
+    : switched_(who == OpenAs::caller && (caller().uid != ids::root || caller().gid != 0)) {
     if (switched_) {
         (void)setfsgid(caller().gid);
         (void)setfsuid(caller().uid);
@@ -79,10 +79,10 @@ AsCaller::~AsCaller() {
     }
 }
 
-UniqueFd caller_open(const char* path, int flags) {
+UniqueFd caller_open(const char* path, int flags, OpenAs who) {
     UniqueFd fd;
     {
-        AsCaller as;
+        AsCaller as(who);
         fd.reset(::open(path, (flags & ~O_ACCMODE) | O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     }
     struct stat st {};
@@ -98,9 +98,9 @@ UniqueFd caller_open_dir(const char* path) {
     return UniqueFd(::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
-Result<struct stat> caller_lstat(const char* path) {
+Result<struct stat> caller_lstat(const char* path, OpenAs who) {
     struct stat st {};
-    AsCaller as;
+    AsCaller as(who);
     if (::lstat(path, &st) != 0) {
         std::puts("FATAL: Failed to obtain file information.");
         return ST_FAILURE;
@@ -108,8 +108,8 @@ Result<struct stat> caller_lstat(const char* path) {
     return st;
 }
 
-Result<CallerFile> caller_open_to_verify(const char* path, SizeRule rule) {
-    const Result<struct stat> st = caller_lstat(path);
+Result<CallerFile> caller_open_to_verify(const char* path, SizeRule rule, OpenAs who) {
+    const Result<struct stat> st = caller_lstat(path, who);
     if (!st.ok()) {
         return st.status();
     }
@@ -119,7 +119,7 @@ Result<CallerFile> caller_open_to_verify(const char* path, SizeRule rule) {
             return refused;
         }
     }
-    UniqueFd fd = caller_open(path);
+    UniqueFd fd = caller_open(path, 0, who);
     if (!fd) {
         std::puts("FATAL: Failed to open the file to verify.");
         return ST_FAILURE;
@@ -127,8 +127,8 @@ Result<CallerFile> caller_open_to_verify(const char* path, SizeRule rule) {
     return CallerFile{std::move(fd), size, st->st_mode};
 }
 
-bool caller_access(const char* path, int mode) {
-    AsCaller as;
+bool caller_access(const char* path, int mode, OpenAs who) {
+    AsCaller as(who);
     return ::faccessat(AT_FDCWD, path, mode, AT_EACCESS) == 0;
 }
 

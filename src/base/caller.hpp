@@ -43,11 +43,17 @@ enum class CallerRule { root_only, root_or_app };
 // command.
 [[nodiscard]] ExitStatus caller_check(CallerRule rule);
 
-// While alive, the file-system identity is the caller's: the kernel judges opens, lstat, access and
-// unlink as if the caller made them. A root caller keeps every right.
+// Whose rights judge a file: the caller's for what the caller names (D3), root's for the program's
+// own files and the terminal's files under "/usr/local/" that the sweep judges (D27), so that a
+// verdict on them never depends on who started the run.
+enum class OpenAs { root, caller };
+
+// While alive, the file-system identity is the one who names: with OpenAs::caller the kernel judges
+// opens, lstat, access and unlink as if the caller made them (a root caller keeps every right);
+// with OpenAs::root nothing changes.
 class AsCaller {
 public:
-    AsCaller();
+    explicit AsCaller(OpenAs who = OpenAs::caller);
     ~AsCaller();
     AsCaller(const AsCaller&) = delete;
     AsCaller& operator=(const AsCaller&) = delete;
@@ -56,17 +62,19 @@ private:
     bool switched_;
 };
 
+// The file primitives below judge with the caller's rights unless told otherwise by `who`.
+
 // Opens a file the caller named, for reading, with the caller's rights (D3). It never blocks, and
 // anything but a regular file (a FIFO, socket, device or directory) is refused exactly like a file
 // that cannot be opened, so no caller can hold the process. flags may add O_NOFOLLOW; the access
 // mode is always read-only, non-blocking and close-on-exec.
-[[nodiscard]] UniqueFd caller_open(const char* path, int flags = 0);
+[[nodiscard]] UniqueFd caller_open(const char* path, int flags = 0, OpenAs who = OpenAs::caller);
 // Holds a directory the caller named, as a path descriptor, if the caller could reach it.
 [[nodiscard]] UniqueFd caller_open_dir(const char* path);
 // lstat(2) with the caller's rights: the file's own information (a link is judged by itself), or
 // 9 after "FATAL: Failed to obtain file information.".
-[[nodiscard]] Result<struct stat> caller_lstat(const char* path);
-[[nodiscard]] bool caller_access(const char* path, int mode);
+[[nodiscard]] Result<struct stat> caller_lstat(const char* path, OpenAs who = OpenAs::caller);
+[[nodiscard]] bool caller_access(const char* path, int mode, OpenAs who = OpenAs::caller);
 
 // A caller's file held for reading, with the size and mode it had when it was judged.
 struct CallerFile {
@@ -79,6 +87,7 @@ using SizeRule = ExitStatus (*)(std::uint64_t size);
 // The one way a caller's file is opened to be verified (D3): its lstat, the size rule (if any)
 // judged between that and the open, so a file too big to take is refused before it is opened,
 // then the open, refused with "FATAL: Failed to open the file to verify." and 9.
-[[nodiscard]] Result<CallerFile> caller_open_to_verify(const char* path, SizeRule rule = nullptr);
+[[nodiscard]] Result<CallerFile> caller_open_to_verify(const char* path, SizeRule rule = nullptr,
+                                                      OpenAs who = OpenAs::caller);
 // unlink(2) with the caller's rights: whether the entry is gone.
 [[nodiscard]] bool caller_unlink(const char* path);

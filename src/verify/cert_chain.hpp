@@ -6,13 +6,10 @@
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
+#include "base/caller.hpp"
 #include "base/ossl.hpp"
 #include "base/result.hpp"
 #include "base/status.hpp"
-
-// Whose rights open a certificate file: the program's own files (trust anchors, the certificate
-// store, its temporary files) with root's, files the caller names with the caller's (D3).
-enum class OpenAs { root, caller };
 
 // One PEM certificate, the first of the file, or 2 when the file cannot be opened, 3 when it
 // holds no PEM certificate. Prints nothing.

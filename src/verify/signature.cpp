@@ -250,12 +250,12 @@ Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failur
     return *digest;
 }
 
-Result<Signature> sig_read(const std::string& sig_path) {
+Result<Signature> sig_read(const std::string& sig_path, OpenAs who) {
     // Opening first spares the access test on the usual path; a failed open is then told apart
-    // exactly as before: unreadable for the caller, or readable but not openable.
-    UniqueFd fd = caller_open(sig_path.c_str(), O_RDONLY | O_NONBLOCK);
+    // exactly as before: unreadable for whoever judges, or readable but not openable.
+    UniqueFd fd = caller_open(sig_path.c_str(), O_RDONLY | O_NONBLOCK, who);
     if (!fd) {
-        if (!caller_access(sig_path.c_str(), R_OK)) {
+        if (!caller_access(sig_path.c_str(), R_OK, who)) {
             std::printf("Cannot access signature file: %s\n", sig_path.c_str());
             return ST_BAD_SIGNATURE;
         }
@@ -319,8 +319,8 @@ void signer_cache_forget() { signer_cache() = SignerCache{}; }
 
 namespace {
 
-Result<Signer> verify_signed_file(const char* path, const Signature& sig) {
-    Result<CallerFile> file = caller_open_to_verify(path);
+Result<Signer> verify_signed_file(const char* path, const Signature& sig, OpenAs who) {
+    Result<CallerFile> file = caller_open_to_verify(path, nullptr, who);
     if (!file.ok()) {
         return file.status();
     }
@@ -335,21 +335,21 @@ Result<Signer> verify_signed_file(const char* path, const Signature& sig) {
 
 }  // namespace
 
-Result<Signer> sig_verify(const char* path) {
-    const Result<Signature> sig = sig_read(std::string(path) + ".sig");
+Result<Signer> sig_verify(const char* path, OpenAs who) {
+    const Result<Signature> sig = sig_read(std::string(path) + ".sig", who);
     if (!sig.ok()) {
         return sig.status();
     }
-    return verify_signed_file(path, *sig);
+    return verify_signed_file(path, *sig, who);
 }
 
-ExitStatus file_sig_verify_opened(const char* path, int sig_fd) {
+ExitStatus file_sig_verify_opened(const char* path, int sig_fd, OpenAs who) {
     Signature sig{};
     if (read_full(sig_fd, sig.data(), sig.size()) != sig.size()) {
         std::printf("Failed to read the signature file: %s.sig\n", path);
         return ST_FAILURE;
     }
-    return verify_signed_file(path, sig).status();
+    return verify_signed_file(path, sig, who).status();
 }
 
 Result<Signer> file_verify(const char* path) {
@@ -360,6 +360,6 @@ Result<Signer> file_verify(const char* path) {
     return sig_verify(path);
 }
 
-ExitStatus file_sig_verify(const char* path) {
-    return sig_verify(path).status();
+ExitStatus file_sig_verify(const char* path, OpenAs who) {
+    return sig_verify(path, who).status();
 }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "base/caller.hpp"
 #include "base/ossl.hpp"
 #include "base/result.hpp"
 #include "base/status.hpp"
@@ -27,17 +28,18 @@ struct Signer {
 };
 
 // Checks path + ".sig" against path. ST_OK with the signer's common name, 7 for no trusted signer,
-// 9 for anything else. Both files are read with the caller's rights (D3).
-[[nodiscard]] Result<Signer> sig_verify(const char* path);
+// 9 for anything else. Both files are read with the rights of `who`: the caller's for files the
+// caller names (D3), root's for the terminal's own files (D27).
+[[nodiscard]] Result<Signer> sig_verify(const char* path, OpenAs who = OpenAs::caller);
 
 // As sig_verify, after "Invalid file: %s\n" and 1 for a path that does not exist.
 [[nodiscard]] Result<Signer> file_verify(const char* path);
 
 // As sig_verify, for callers that only need the verdict.
-[[nodiscard]] ExitStatus file_sig_verify(const char* path);
+[[nodiscard]] ExitStatus file_sig_verify(const char* path, OpenAs who = OpenAs::caller);
 
-// As file_sig_verify, for a caller that has already opened path + ".sig" with the caller's rights.
-[[nodiscard]] ExitStatus file_sig_verify_opened(const char* path, int sig_fd);
+// As file_sig_verify, for a caller that has already opened path + ".sig" with the rights of `who`.
+[[nodiscard]] ExitStatus file_sig_verify_opened(const char* path, int sig_fd, OpenAs who);
 
 // A streaming SHA-256, for callers that digest bytes while they copy them (D6).
 class Sha256 {
@@ -66,7 +68,7 @@ using BlockCopy = std::function<bool(const std::uint8_t* block, std::size_t leng
                                            const BlockCopy& copy = nullptr);
 
 // The pieces, for callers that verify bytes they copied themselves (D6).
-[[nodiscard]] Result<Signature> sig_read(const std::string& sig_path);
+[[nodiscard]] Result<Signature> sig_read(const std::string& sig_path, OpenAs who = OpenAs::caller);
 [[nodiscard]] Result<Signer> sig_find_signer(const Digest& digest, const Signature& sig);
 
 // Whether the signer already found signed digest with the very signature bytes it was found by,

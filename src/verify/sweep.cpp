@@ -22,6 +22,11 @@ namespace {
 
 constexpr std::size_t sig_suffix_len = 4;
 
+// The sweep judges the terminal's own files with root's rights, whoever started it (D27): a caller
+// who cannot read an installed signature must not make a verified file look unsigned and have it
+// deleted.
+constexpr OpenAs judge = OpenAs::root;
+
 bool is_signature(const std::string& path) {
     return path.size() >= sig_suffix_len &&
            path.compare(path.size() - sig_suffix_len, sig_suffix_len, ".sig") == 0;
@@ -30,7 +35,7 @@ bool is_signature(const std::string& path) {
 WalkStep sweep_signature(const std::string& path) {
     std::printf("%s - signature", path.c_str());
     const std::string data = path.substr(0, path.size() - sig_suffix_len);
-    if (caller_access(data.c_str(), F_OK)) {
+    if (caller_access(data.c_str(), F_OK, judge)) {
         std::puts("");
         return WalkStep::go_on;
     }
@@ -47,8 +52,8 @@ WalkStep sweep_data(const std::string& path) {
     const std::string sig = path + ".sig";
     // Opening the signature answers whether it exists on the usual path; only a failed open needs
     // the separate test, which then tells "missing" from "there but unreadable".
-    UniqueFd sig_fd = caller_open(sig.c_str(), O_RDONLY | O_NONBLOCK);
-    if (!sig_fd && !caller_access(sig.c_str(), F_OK)) {
+    UniqueFd sig_fd = caller_open(sig.c_str(), O_RDONLY | O_NONBLOCK, judge);
+    if (!sig_fd && !caller_access(sig.c_str(), F_OK, judge)) {
         std::puts(" - missing signature - delete");
         if (file_unlink(path.c_str()) != ST_OK) {
             std::printf("Failed to delete unsigned file: %s.\n", path.c_str());
@@ -56,8 +61,8 @@ WalkStep sweep_data(const std::string& path) {
         }
         return WalkStep::go_on;
     }
-    const ExitStatus verdict = sig_fd ? file_sig_verify_opened(path.c_str(), sig_fd.get())
-                                      : file_sig_verify(path.c_str());
+    const ExitStatus verdict = sig_fd ? file_sig_verify_opened(path.c_str(), sig_fd.get(), judge)
+                                      : file_sig_verify(path.c_str(), judge);
     sig_fd.reset();
     if (verdict == ST_OK) {
         std::puts(" - verified");
@@ -93,6 +98,7 @@ WalkStep ftw_process_files(const char* path, const struct stat* /*st*/, int type
 }
 
 void ids_task_init() {
+    // The one test the caller's rights still decide: whether this caller may mark the sweep done.
     if (!caller_access(paths::ids_task_init, W_OK)) {
         return;
     }

@@ -1,4 +1,8 @@
 """The start-up sweep over "/usr/local/" and its completion mark."""
+import os
+
+import pytest
+
 from helpers import provision, run_cmd, signed_file
 
 
@@ -29,14 +33,31 @@ def test_sweep_keeps_signed_files_and_deletes_the_rest(term):
     assert term.usr_local_readonly()
 
 
-def test_unreadable_signature_counts_as_invalid(term):
+@pytest.mark.parametrize("uid", [1000, 500])
+def test_d27_sweep_judges_installed_files_with_roots_rights(term, uid):
+    """Installed signatures are 0740: a caller who cannot read them, their data or their directory
+    must not make a verified pair look unsigned and have root delete it."""
     provision(term, "acme")
-    signed_file(term, "/usr/local/share/app", "acme")
-    term.chmod("/usr/local/share/app.sig", 0o000)
-    r = run_cmd(term, ["--authenticate"], uid=1000)
-    assert b"/usr/local/share/app - data/executableCannot access signature file: " \
-           b"/usr/local/share/app.sig\n - invalid signature - delete\n" in r.stdout
-    assert not term.exists("/usr/local/share/app")
+    pairs = {  # path: (data mode, data owner, signature owner, directory mode)
+        "/usr/local/share/app": (0o755, (0, 0), (0, 0), 0o555),
+        "/usr/local/acme/lib": (0o755, (0, 600), (0, 600), 0o555),
+        "/usr/local/acme/private/secret": (0o700, (0, 0), (0, 600), 0o700),
+    }
+    for path, (mode, owner, sig_owner, dir_mode) in pairs.items():
+        signed_file(term, path, "acme", mode=mode, uid=owner[0], gid=owner[1])
+        term.chmod(path + ".sig", 0o740)
+        term.chown(path + ".sig", *sig_owner)
+        term.chmod(os.path.dirname(path), dir_mode)
+    by_caller = run_cmd(term, ["--authenticate"], uid=uid)
+    by_root = run_cmd(term, ["--authenticate"])
+    assert by_caller == by_root
+    assert by_caller.status == 0
+    for path in pairs:
+        assert path.encode() + b" - data/executable - verified\n" in by_caller.stdout
+        assert path.encode() + b".sig - signature\n" in by_caller.stdout
+        assert term.exists(path) and term.exists(path + ".sig"), path
+    assert b"delete" not in by_caller.stdout
+    assert term.usr_local_readonly()
 
 
 def test_failed_remount_stops_the_sweep(term):
