@@ -17,6 +17,7 @@
 #include "base/dir_entries.hpp"
 #include "base/fd.hpp"
 #include "base/ossl.hpp"
+#include "base/path_rules.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
 #include "certs/cert_user.hpp"
@@ -109,6 +110,9 @@ std::string cert_destination(const std::string& path) {
 
 Result<std::string> cert_install_verify(const char* path, const X509* cert) {
     const std::string destination = cert_destination(path);
+    if (ExitStatus st = dest_text_verify(destination.c_str(), destination); st != ST_OK) {
+        return st;
+    }
     if (caller_access(destination.c_str(), F_OK)) {
         std::printf("Destination certificate already exists: %s\n", destination.c_str());
         return ST_EXISTS;

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "base/caller.hpp"
+#include "base/path_rules.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
 #include "install/handlers.hpp"
@@ -59,6 +60,10 @@ ExitStatus file_install_verify(const char* source, const char* dest, const std::
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
         return st;
     }
+    const std::string full = install_full_path(source, d);
+    if (ExitStatus st = dest_text_verify(dest, full); st != ST_OK) {
+        return st;
+    }
     const std::string signer_dir = std::string(paths::usr_local) + cn + "/";
     const bool in_shared = starts_with(d, paths::shared_area);
     const bool in_signer = starts_with(d, signer_dir.c_str());
@@ -68,7 +73,6 @@ ExitStatus file_install_verify(const char* source, const char* dest, const std::
     if (starts_with(d, paths::cert_store)) {
         return invalid_destination(dest);
     }
-    const std::string full = install_full_path(source, d);
     const std::string area = in_signer ? signer_dir : std::string(paths::shared_area);
     if (path_has_bad_component(d) || !path_stays_inside(full, area)) {
         return invalid_destination(dest);
@@ -133,6 +137,9 @@ Result<NamedEntry> file_access_verify(const char* path) {
 }
 
 ExitStatus file_rename_verify(const NamedEntry& source, const char* new_name) {
+    if (ExitStatus st = dest_text_verify(new_name, new_name); st != ST_OK) {
+        return st;
+    }
     if (path_exists(new_name)) {
         std::printf("Invalid destination file: %s\n", new_name);
         return ST_BAD_PATH;

@@ -231,10 +231,13 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
         return st;
     }
+    const std::string target = key_install_target(source, d);
+    if (ExitStatus st = dest_text_verify(dest, target); st != ST_OK) {
+        return st;
+    }
     if (!starts_with(d, paths::home_prefix)) {
         return invalid_destination(dest);
     }
-    const std::string target = key_install_target(source, d);
     if (path_has_bad_component(target) || !path_stays_inside(target, paths::home_prefix)) {
         return invalid_destination(dest);
     }
