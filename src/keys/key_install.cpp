@@ -157,6 +157,13 @@ bool held_in_orvin_home(int dir) {
     return true;
 }
 
+// D20, literally: a caller other than root places a key file only where he could have made it
+// himself, so he never gets a file of his own in a directory he may not write (another user's
+// home, whose shell would run it). Judged on the deepest existing directory as held.
+bool key_dir_writable(int dir) {
+    return caller().uid == ids::root || caller_may_write_dir(dir);
+}
+
 // The place was judged when the command began; the directories are now entered along the text
 // that judgement resolved, from "/" and without following any link (D20), so a component swapped
 // for a link since then ends the walk instead of moving the file. The rules are judged again on
@@ -166,6 +173,9 @@ UniqueFd key_dir_make(const KeyPlace& place) {
         return {};
     }
     UniqueFd dir = dir_open_nofollow(place.real);
+    if (!dir || !key_dir_writable(dir.get())) {
+        return {};
+    }
     for (const std::string& c : place.missing) {
         if (!dir || ::mkdirat(dir.get(), c.c_str(), key_dir_mode) != 0) {
             return {};
@@ -243,6 +253,9 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
     }
     const std::optional<KeyPlace> place = key_place(target);
     if (!place || !key_place_allowed(*place)) {
+        return invalid_destination(dest);
+    }
+    if (const UniqueFd held = dir_open_nofollow(place->real); !held || !key_dir_writable(held.get())) {
         return invalid_destination(dest);
     }
     if (path_exists(target.c_str())) {

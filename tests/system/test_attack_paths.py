@@ -5,7 +5,9 @@ import os
 import pytest
 
 from helpers import SAPI, give_kbpk, provision, run_cmd, signed_file, tr31
+from test_attack_state import on_device_open
 
+APP, GUEST = 500, 1000
 FORGED = "\n/usr/local/share/backdoor - data/executable - verified"
 # A file name of the source's, which a destination ending in "/" takes over.
 NAME_FORGED = "\nbackdoor - verified"
@@ -17,7 +19,8 @@ def ready(term):
     term.mkdir(SAPI, 0o700)
     term.start_sapi()
     give_kbpk(term, 5)
-    term.mkdir("/home/app", 0o755)
+    term.mkdir("/home/app", 0o755, uid=APP, gid=APP)
+    term.mkdir("/home/guest", 0o755, uid=GUEST, gid=GUEST)
     term.mkdir("/usr/local/app", 0o555)
     term.write("/usr/local/app/roots", b"data")
     term.write("/usr/local/app/roots.sig", b"s" * 256)
@@ -70,3 +73,37 @@ def test_d7_destination_with_a_control_character_is_refused(ready, command, sour
     assert placed(ready) == before
     assert ready.sapi.requests() == []
     assert ready.usr_local_readonly()
+
+
+def key_install(term, command, dest, uid=APP):
+    term.write("/tmp/k.tr31", tr31(), uid=uid, gid=uid)
+    return run_cmd(term, [command, "5", "/tmp/k.tr31", dest], uid=uid)
+
+
+@pytest.mark.parametrize("dest", ["/home/guest/.profile", "/home/guest/new/dir/k", "/home/guest/",
+                                  "/home/x.opk"])
+@pytest.mark.parametrize("command", ["--install-key-check", "--install-key"])
+def test_d20_key_file_never_lands_where_its_caller_may_not_write(ready, command, dest):
+    before = placed(ready)
+    r = key_install(ready, command, dest)
+    assert r == (8, b"Invalid destination path: %s\n" % dest.encode())
+    assert placed(ready) == before and ready.sapi.requests() == []
+
+
+@pytest.mark.parametrize("uid,home", [
+    (APP, "/home/app"),  # his own home
+    (APP, "/home/shared"),  # a directory his group may write
+    (0, "/home/guest")])  # root places key files anywhere outside the program's home
+def test_d20_key_file_goes_where_its_caller_may_write(ready, uid, home):
+    ready.mkdir("/home/shared", 0o775, uid=0, gid=APP)
+    assert key_install(ready, "--install-key", home + "/new/k.opk", uid) == \
+        (0, b"Cryptographic key installed.\n")
+    assert ready.lstat(home + "/new/k.opk").st_uid == uid
+
+
+def test_d20_directory_closed_to_its_caller_after_the_check_gets_no_key_file(ready):
+    ready.mkdir("/home/app/keys", 0o755, uid=APP, gid=APP)
+    with on_device_open(ready, lambda: ready.chmod("/home/app/keys", 0o555)) as acted:
+        r = key_install(ready, "--install-key", "/home/app/keys/deep/k.opk")
+    assert acted and r.status == 9
+    assert os.listdir(ready.path("/home/app/keys")) == []
