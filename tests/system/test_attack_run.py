@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from helpers import BANNER, provision, racing, signed_file
+from helpers import BANNER, provision, racing, signed_file, traced, tr31
 
 RUN_IGNORED = [signal.SIGPIPE, signal.SIGINT, signal.SIGQUIT, signal.SIGHUP, signal.SIGTSTP,
                signal.SIGTTIN, signal.SIGTTOU, signal.SIGXFSZ, signal.SIGXCPU]
@@ -143,9 +143,8 @@ def test_output_reader_that_goes_or_stalls_neither_ends_nor_holds_an_install(acm
 
 OPEN_DATA = (9, b"FATAL: Failed to open the file to verify.\n")
 OPEN_SIG = (9, b"Failed to open the signature file: /tmp/x.sig\n")
-# (arguments, the name that is not a regular file, what a file that cannot be opened there gives;
-# a TR-31 file is judged by its size first, and no FIFO or socket has a right one). An install
-# runs its check first, so its row covers the check command too.
+# (arguments, the name that is not a regular file, what a file that cannot be opened there gives).
+# An install runs its check first, so its row covers the check command too.
 INPUTS = [
     (["--install-cert", "/tmp/x"], "/tmp/x", (2, b"FATAL: Failed to open certificate file.\n")),
     (["--install", "/tmp/x", "/usr/local/acme/"], "/tmp/x", OPEN_DATA),
@@ -154,30 +153,31 @@ INPUTS = [
     (["--install-image", "/tmp/x"], "/tmp/x.sig", OPEN_SIG),
     (["--update-os", "/tmp/x"], "/tmp/x", OPEN_DATA),
     (["--install-kbpk-check", "1", "/tmp/x"], "/tmp/x", OPEN_DATA),
-    (["--install-key-check", "5", "/tmp/x", "/home/main-user/k.opk"], "/tmp/x", (13, b"Invalid TR-31 file size.\n")),
+    (["--install-key-check", "5", "/tmp/k", "/home/main-user/k.opk"], "/tmp/k", OPEN_DATA),
 ]
 
 
+@traced
 @pytest.mark.parametrize("kind", [stat.S_IFIFO, stat.S_IFSOCK, stat.S_IFDIR],
                          ids=["fifo", "socket", "dir"])
 @pytest.mark.parametrize("args,special,expected", INPUTS, ids=lambda v: str(v))
-def test_input_that_is_not_a_regular_file_is_refused_at_once(acme, args, special, expected, kind):
-    # D3: nothing the caller names can hold the process in open or read.
+def test_input_swapped_for_what_is_not_a_regular_file_is_refused_at_once(acme, args, special,
+                                                                          expected, kind):
+    # D3: nothing the caller names can hold the process in open or read. The swap comes after
+    # the program has judged the name and before it opens it, and no writer ever opens the FIFO.
     acme.write("/tmp/x", b"x" * SCREEN, 0o644, 500, 500)
     acme.write("/tmp/x.sig", b"\1" * 256, 0o644, 500, 500)
+    acme.write("/tmp/k", tr31(), 0o644, 500, 500)
     acme.write("/home/orvin/.sapi/.KBPK0005", b"k" * 64, 0o600)
-    acme.remove(special)
-    host = acme.path(special)
-    if kind == stat.S_IFDIR:
-        os.mkdir(host, 0o777)
-    else:
-        os.mknod(host, kind | 0o666)
-    writer = os.open(host, os.O_RDWR | os.O_NONBLOCK) if kind == stat.S_IFIFO else None
-    try:
-        r = acme.run(args, uid=500, timeout=20)
-    finally:
-        if writer is not None:
-            os.close(writer)
+    with acme.traced(args, ("openat", special), uid=500) as run:
+        run.wait_stopped()
+        host = acme.path(special)
+        os.unlink(host)
+        if kind == stat.S_IFDIR:
+            os.mkdir(host, 0o777)
+        else:
+            os.mknod(host, kind | 0o666)
+        r = run.resume(timeout=10)
     assert r.stdout.startswith(BANNER) and (r.status, r.stdout[-len(expected[1]):]) == expected
     assert acme.calls("/usr/bin/nandwrite") == [] and acme.usr_local_readonly()
 
