@@ -4,7 +4,7 @@
  * let it go on", "power loss on entry to the rename whose new name is the final one".
  * Run as root by the test harness: a root tracer keeps the set-user-ID semantics of the exec.
  *
- * orvin-sim-trace --root DIR --report FD [--resume FD] [--kill] [--execs N] [--nth N]
+ * orvin-sim-trace --root DIR --report FD [--resume FD] [--kill] [--exit] [--execs N] [--nth N]
  *                 --at SYSCALL [--path GLOB] -- COMMAND ARGS...
  *
  *   --root DIR    the terminal's root as seen from here; paths relative to a descriptor or to the
@@ -18,6 +18,7 @@
  *   --kill        SIGKILL on entry, so the call never happens; otherwise the program is held in
  *                 the entry stop until one byte arrives on --resume ("k" kills it, end of file
  *                 kills it too, so a test that dies never leaves a root process running)
+ *   --exit        act when the call returns instead: it has happened, nothing after it has
  *
  * Lines written to the report descriptor: "stopped\n", "killed\n", or "unmatched\n" when the
  * program ended without a match. The tracer ends with the program's status (128 + signal when a
@@ -52,7 +53,7 @@ struct options {
     const char* root;
     const char* pattern;
     enum kind kind;
-    int report_fd, resume_fd, kill, execs, nth;
+    int report_fd, resume_fd, kill, at_exit, execs, nth;
 };
 
 static void die(const char* fmt, ...) {
@@ -228,7 +229,7 @@ static int act(const struct options* o, pid_t pid) {
 /* Follows the program to its end. It stays attached after acting, only to pass signals on, so
  * that the tracer's own death (a test killed) still takes the program with it. */
 static int trace(const struct options* o, pid_t pid) {
-    int wstatus, execs = 0, seen = 0, done = 0;
+    int wstatus, execs = 0, seen = 0, done = 0, returning = 0;
     if (waitpid(pid, &wstatus, 0) != pid || !WIFSTOPPED(wstatus)) die("the child did not stop");
     if (ptrace(PTRACE_SETOPTIONS, pid, NULL,
                (void*)(PTRACE_O_TRACEEXEC | PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL)) != 0)
@@ -251,18 +252,24 @@ static int trace(const struct options* o, pid_t pid) {
         struct __ptrace_syscall_info info;
         if (ptrace(PTRACE_GET_SYSCALL_INFO, pid, (void*)sizeof info, &info) <= 0)
             die("PTRACE_GET_SYSCALL_INFO");
-        if (info.op != PTRACE_SYSCALL_INFO_ENTRY) continue;
-        if (info.arch != NATIVE_ARCH) {
-            errno = 0;
-            die("the program runs another architecture's system calls");
-        }
-        if (matches(o, pid, &info) && ++seen == o->nth) {
-            done = 1;
-            request = PTRACE_CONT;
-            if (!act(o, pid)) {
-                if (waitpid(pid, &wstatus, 0) != pid) die("waitpid");
-                return status_of(wstatus);
+        if (info.op == PTRACE_SYSCALL_INFO_ENTRY) {
+            if (info.arch != NATIVE_ARCH) {
+                errno = 0;
+                die("the program runs another architecture's system calls");
             }
+            if (!matches(o, pid, &info) || ++seen != o->nth) continue;
+            if (o->at_exit) {
+                returning = 1;
+                continue;
+            }
+        } else if (!returning) {
+            continue;
+        }
+        done = 1;
+        request = PTRACE_CONT;
+        if (!act(o, pid)) {
+            if (waitpid(pid, &wstatus, 0) != pid) die("waitpid");
+            return status_of(wstatus);
         }
     }
     if (!done) report(o->report_fd, "unmatched\n");
@@ -280,8 +287,8 @@ int main(int argc, char** argv) {
     int have_kind = 0, i = 1;
     for (; i < argc && strcmp(argv[i], "--") != 0; i++) {
         const char* opt = argv[i];
-        if (strcmp(opt, "--kill") == 0) {
-            o.kill = 1;
+        if (strcmp(opt, "--kill") == 0 || strcmp(opt, "--exit") == 0) {
+            *(opt[2] == 'k' ? &o.kill : &o.at_exit) = 1;
             continue;
         }
         if (i + 1 >= argc) die("%s needs a value", opt);
@@ -298,7 +305,7 @@ int main(int argc, char** argv) {
     errno = 0;
     if (!o.root || o.report_fd < 0 || !have_kind || i + 1 >= argc || o.nth < 1 || o.execs < 1 ||
         (!o.kill && o.resume_fd < 0))
-        die("usage: --root DIR --report FD [--resume FD] [--kill] [--execs N] [--nth N] "
+        die("usage: --root DIR --report FD [--resume FD] [--kill] [--exit] [--execs N] [--nth N] "
             "--at SYSCALL [--path GLOB] -- COMMAND ARGS...");
     signal(SIGPIPE, SIG_IGN);
     pid_t pid = fork();

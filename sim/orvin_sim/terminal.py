@@ -463,14 +463,15 @@ class Terminal:
         return Result(child.returncode, out, err, killed)
 
     @contextmanager
-    def traced(self, args, stop_at, **kw):
-        """Starts the program and holds it on entry to a system call (see trace.Tracer):
+    def traced(self, args, stop_at, after=False, **kw):
+        """Starts the program and holds it on entry to a system call (see trace.Tracer), or with
+        after as it returns:
             with term.traced(args, ("openat", "/usr/local/x/*")) as run:
                 run.wait_stopped()     # frozen before the call happens
                 ...                    # change the world
                 result = run.resume()  # or run.kill(), a power loss before the call
         Takes popen's other parameters; stdin is None or a file object."""
-        tracer = self._tracer(stop_at, kill=False)
+        tracer = self._tracer(stop_at, kill=False, after=after)
         try:
             run = TracedRun(lambda out, err: self.popen(args, output=out, errors=err,
                                                         tracer=tracer, **kw), tracer, Result)
@@ -482,5 +483,5 @@ class Terminal:
         finally:
             run.close()
 
-    def _tracer(self, at, kill):
-        return Tracer(os.path.join(self._sim_dir, "orvin-sim-trace"), self.root, at, kill)
+    def _tracer(self, at, kill, after=False):
+        return Tracer(os.path.join(self._sim_dir, "orvin-sim-trace"), self.root, at, kill, after)

@@ -13,9 +13,9 @@ SYSCALLS = ("openat", "rename", "mkdir", "unlinkat", "fork")
 class Tracer:
     """The tracer's part of one run. at is (syscall,), (syscall, glob) or (syscall, glob, nth):
     the nth call (default the first) whose path (for rename the new one) matches the glob as a
-    terminal path; "fork" takes no glob."""
+    terminal path; "fork" takes no glob. after acts when the call returns instead of on entry."""
 
-    def __init__(self, tool, root, at, kill):
+    def __init__(self, tool, root, at, kill, after=False):
         syscall, pattern, nth = tuple(at) + (None, 1)[len(at) - 1:]
         if syscall not in SYSCALLS:
             raise ValueError(f"the tracer knows {', '.join(SYSCALLS)}, not {syscall}")
@@ -27,6 +27,7 @@ class Tracer:
         if pattern is not None:
             self._argv += ["--path", pattern]
         self._argv += ["--kill"] if kill else ["--resume", str(self._resume_r)]
+        self._argv += ["--exit"] if after else []
         self._lines = b""
 
     @property
@@ -80,7 +81,7 @@ class TracedRun:
         self.stopped = False
 
     def wait_stopped(self, timeout=10):
-        """Waits until the program is frozen on entry to the call; fails if it ended first."""
+        """Waits until the program is frozen at the call; fails if it ended first."""
         line = self._tracer.next_line(timeout)
         if line != "stopped":
             result = self._finish(timeout)
