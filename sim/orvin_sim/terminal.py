@@ -11,6 +11,7 @@ from dataclasses import dataclass
 
 from . import mounts
 from .sapi import Sapi
+from .trace import Tracer, TracedRun
 
 TOOLS = ["/bin/adduser", "/usr/bin/passwd", "/bin/deluser", "/sbin/reboot", "/usr/bin/nandwrite",
          "/usr/bin/mtd_debug", "/bin/mount", "/bin/umount", "/sbin/fsck.vfat", "/usr/sbin/nvram",
@@ -59,6 +60,7 @@ class Result:
     status: int
     stdout: bytes
     stderr: bytes
+    killed: bool = False  # a tracer killed the run at the system call it was asked to
 
 
 def _bytes(s):
@@ -75,7 +77,7 @@ class Terminal:
         self.build_dir = os.path.abspath(build_dir)
         self.pki = pki
         self._sim_dir = os.path.join(self.build_dir, "sim")
-        for helper in ("orvin-sim-stub", "orvin-sim-exec"):
+        for helper in ("orvin-sim-stub", "orvin-sim-exec", "orvin-sim-trace"):
             if not os.access(os.path.join(self._sim_dir, helper), os.X_OK):
                 raise FileNotFoundError(f"{self._sim_dir}/{helper} is missing: build the project "
                                         f"(cmake --build {self.build_dir}) first")
@@ -393,10 +395,11 @@ class Terminal:
 
     def popen(self, args, uid=0, gid=None, groups=None, cwd="/", umask=None, rlimits=None,
               close_fds=(), keep_fds=(), env=None, argv0="orvin-auth", no_argv=False, stdin=None,
-              program=PROGRAM, output=subprocess.PIPE):
+              program=PROGRAM, output=subprocess.PIPE, errors=None, tracer=None):
         """Starts the program as the given user and returns the subprocess.Popen; stdin is None
         (empty), bytes (at most a pipe's worth), a file object or subprocess.PIPE; output None
-        leaves standard output and error to the caller's (an interactive shell)."""
+        leaves standard output and error to the caller's (an interactive shell), errors (default:
+        like output) takes standard error elsewhere; tracer runs it under orvin-sim-trace."""
         gid = uid if gid is None else gid
         cmd = [os.path.join(self._sim_dir, "orvin-sim-exec"), "--root", self.root, "--uid", str(uid),
                "--gid", str(gid), "--groups", ",".join(str(g) for g in groups or ()), "--cwd", cwd,
@@ -423,23 +426,62 @@ class Terminal:
         data = stdin if isinstance(stdin, bytes) else None
         if data is not None:
             stdin = subprocess.PIPE
+        pass_fds = ()
+        if tracer is not None:
+            cmd, pass_fds = tracer.command(cmd), tracer.pass_fds
         child = subprocess.Popen(cmd, stdin=subprocess.DEVNULL if stdin is None else stdin,
-                                 stdout=output, stderr=output)
+                                 stdout=output, stderr=output if errors is None else errors,
+                                 pass_fds=pass_fds)
         self._children.append(child)
         if data is not None:
             child.stdin.write(data)
             child.stdin.close()
         return child
 
-    def run(self, args, stdin=None, timeout=60, **kw):
-        """Runs the program to its end; stdin is bytes or None. Takes popen's other parameters."""
-        child = self.popen(args, stdin=None if stdin is None else subprocess.PIPE, **kw)
+    def run(self, args, stdin=None, timeout=60, kill_at=None, **kw):
+        """Runs the program to its end; stdin is bytes or None. kill_at (see trace.Tracer) cuts
+        the run short on entry to that system call, which then never happens; the Result says
+        whether it did. Takes popen's other parameters."""
+        tracer = None if kill_at is None else self._tracer(kill_at, kill=True)
         try:
-            out, err = child.communicate(stdin, timeout=timeout)
-        except subprocess.TimeoutExpired:
-            child.send_signal(signal.SIGKILL)
-            child.communicate()
+            child = self.popen(args, stdin=None if stdin is None else subprocess.PIPE,
+                               tracer=tracer, **kw)
+            if tracer is not None:
+                tracer.started()
+            try:
+                out, err = child.communicate(stdin, timeout=timeout)
+            except subprocess.TimeoutExpired:
+                child.send_signal(signal.SIGKILL)
+                child.communicate()
+                raise
+            if child.returncode == 127 and err.startswith((b"orvin-sim-exec:", b"orvin-sim-trace:")):
+                raise RuntimeError(err.decode(errors="replace").strip())
+            killed = tracer is not None and tracer.next_line(timeout) == "killed"
+        finally:
+            if tracer is not None:
+                tracer.close()
+        return Result(child.returncode, out, err, killed)
+
+    @contextmanager
+    def traced(self, args, stop_at, after=False, **kw):
+        """Starts the program and holds it on entry to a system call (see trace.Tracer), or with
+        after as it returns:
+            with term.traced(args, ("openat", "/usr/local/x/*")) as run:
+                run.wait_stopped()     # frozen before the call happens
+                ...                    # change the world
+                result = run.resume()  # or run.kill(), a power loss before the call
+        Takes popen's other parameters; stdin is None or a file object."""
+        tracer = self._tracer(stop_at, kill=False, after=after)
+        try:
+            run = TracedRun(lambda out, err: self.popen(args, output=out, errors=err,
+                                                        tracer=tracer, **kw), tracer, Result)
+        except BaseException:
+            tracer.close()
             raise
-        if child.returncode == 127 and err.startswith(b"orvin-sim-exec:"):
-            raise RuntimeError(err.decode(errors="replace").strip())
-        return Result(child.returncode, out, err)
+        try:
+            yield run
+        finally:
+            run.close()
+
+    def _tracer(self, at, kill, after=False):
+        return Tracer(os.path.join(self._sim_dir, "orvin-sim-trace"), self.root, at, kill, after)

@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from helpers import BANNER, provision, racing, signed_file
+from helpers import BANNER, provision, signed_file, traced, tr31
 
 RUN_IGNORED = [signal.SIGPIPE, signal.SIGINT, signal.SIGQUIT, signal.SIGHUP, signal.SIGTSTP,
                signal.SIGTTIN, signal.SIGTTOU, signal.SIGXFSZ, signal.SIGXCPU]
@@ -143,9 +143,8 @@ def test_output_reader_that_goes_or_stalls_neither_ends_nor_holds_an_install(acm
 
 OPEN_DATA = (9, b"FATAL: Failed to open the file to verify.\n")
 OPEN_SIG = (9, b"Failed to open the signature file: /tmp/x.sig\n")
-# (arguments, the name that is not a regular file, what a file that cannot be opened there gives;
-# a TR-31 file is judged by its size first, and no FIFO or socket has a right one). An install
-# runs its check first, so its row covers the check command too.
+# (arguments, the name that is not a regular file, what a file that cannot be opened there gives).
+# An install runs its check first, so its row covers the check command too.
 INPUTS = [
     (["--install-cert", "/tmp/x"], "/tmp/x", (2, b"FATAL: Failed to open certificate file.\n")),
     (["--install", "/tmp/x", "/usr/local/acme/"], "/tmp/x", OPEN_DATA),
@@ -154,58 +153,49 @@ INPUTS = [
     (["--install-image", "/tmp/x"], "/tmp/x.sig", OPEN_SIG),
     (["--update-os", "/tmp/x"], "/tmp/x", OPEN_DATA),
     (["--install-kbpk-check", "1", "/tmp/x"], "/tmp/x", OPEN_DATA),
-    (["--install-key-check", "5", "/tmp/x", "/home/main-user/k.opk"], "/tmp/x", (13, b"Invalid TR-31 file size.\n")),
+    (["--install-key-check", "5", "/tmp/k", "/home/main-user/k.opk"], "/tmp/k", OPEN_DATA),
 ]
 
 
+@traced
 @pytest.mark.parametrize("kind", [stat.S_IFIFO, stat.S_IFSOCK, stat.S_IFDIR],
                          ids=["fifo", "socket", "dir"])
 @pytest.mark.parametrize("args,special,expected", INPUTS, ids=lambda v: str(v))
-def test_input_that_is_not_a_regular_file_is_refused_at_once(acme, args, special, expected, kind):
-    # D3: nothing the caller names can hold the process in open or read.
+def test_input_swapped_for_what_is_not_a_regular_file_is_refused_at_once(acme, args, special,
+                                                                          expected, kind):
+    # D3: nothing the caller names can hold the process in open or read. The swap comes after
+    # the program has judged the name and before it opens it, and no writer ever opens the FIFO.
     acme.write("/tmp/x", b"x" * SCREEN, 0o644, 500, 500)
     acme.write("/tmp/x.sig", b"\1" * 256, 0o644, 500, 500)
+    acme.write("/tmp/k", tr31(), 0o644, 500, 500)
     acme.write("/home/orvin/.sapi/.KBPK0005", b"k" * 64, 0o600)
-    acme.remove(special)
-    host = acme.path(special)
-    if kind == stat.S_IFDIR:
-        os.mkdir(host, 0o777)
-    else:
-        os.mknod(host, kind | 0o666)
-    writer = os.open(host, os.O_RDWR | os.O_NONBLOCK) if kind == stat.S_IFIFO else None
-    try:
-        r = acme.run(args, uid=500, timeout=20)
-    finally:
-        if writer is not None:
-            os.close(writer)
+    with acme.traced(args, ("openat", special), uid=500) as run:
+        run.wait_stopped()
+        host = acme.path(special)
+        os.unlink(host)
+        if kind == stat.S_IFDIR:
+            os.mkdir(host, 0o777)
+        else:
+            os.mknod(host, kind | 0o666)
+        r = run.resume(timeout=10)
     assert r.stdout.startswith(BANNER) and (r.status, r.stdout[-len(expected[1]):]) == expected
     assert acme.calls("/usr/bin/nandwrite") == [] and acme.usr_local_readonly()
 
 
-def test_image_swapped_for_another_size_is_never_flashed(acme):
-    # D17: the size and the signature are judged on the copy that is flashed; the offered
-    # signature file is read for its first 256 bytes only, however large it is.
+@traced
+def test_image_swapped_for_another_size_after_its_checks_is_never_flashed(acme):
+    # D17: the size and the signature are judged on the copy that is flashed. The caller swaps
+    # in an image of the same signer but of another size once the offered one has passed every
+    # check, as the program makes its private directory for the copy. The offered signature file
+    # is read for its first 256 bytes only, however large it is.
     right, wrong = os.urandom(SCREEN), os.urandom(2 * SCREEN)
-    for d in ("/tmp/a", "/tmp/b"):
-        acme.mkdir(d, 0o755, 500, 500)
-    link = acme.path("/tmp/d", follow=False)
-
-    def point_at(target):
-        os.symlink(target, link + ".new")
-        os.rename(link + ".new", link)
-
-    for _ in range(12):
-        for d, data in (("/tmp/a", right), ("/tmp/b", wrong)):
-            if not acme.exists(d + "/img.sig"):  # a refused pair is deleted
-                signed_file(acme, d + "/img", "main-user", data=data, uid=500, gid=500,
-                            extra=b"\0" * (8 << 20))
-        point_at("/tmp/a")
-        if acme.exists("/var/sim/nand/mtd4"):
-            acme.remove("/var/sim/nand/mtd4")
-        with racing(lambda: point_at("/tmp/a"), lambda: time.sleep(0.003),
-                    lambda: point_at("/tmp/b"), lambda: time.sleep(0.003)):
-            r = acme.run(["--install-image", "/tmp/d/img"], uid=500)
-        # 9: the file opened was shorter than the one whose size was taken a moment before.
-        assert r.status in (0, 1, 7, 9), r.stdout
-        flashed = acme.read("/var/sim/nand/mtd4") if acme.exists("/var/sim/nand/mtd4") else None
-        assert flashed == (right if r.status == 0 else None)
+    signed_file(acme, "/tmp/img", "main-user", data=right, uid=500, gid=500)
+    signed_file(acme, "/tmp/two", "main-user", data=wrong, uid=500, gid=500, extra=bytes(8 << 20))
+    with acme.traced(["--install-image", "/tmp/img"], ("mkdir", "/tmp/orvin-auth.*"),
+                     uid=500) as run:
+        run.wait_stopped()
+        for ext in ("", ".sig"):
+            os.rename(acme.path("/tmp/two" + ext), acme.path("/tmp/img" + ext))
+        r = run.resume()
+    assert (r.status, r.stdout[-20:]) == (1, b"Invalid image file.\n")
+    assert acme.calls("/usr/bin/nandwrite") == [] and not acme.exists("/var/sim/nand/mtd4")

@@ -1,17 +1,15 @@
 """A hostile local user against the program's own files (D19, D20): files, links, FIFOs and
-directories planted at every fixed name the program writes, and a racing helper that swaps the
-key file's directory, or plants a link at its name, while the device exchange runs."""
-import ctypes
+directories planted at every fixed name the program writes; the key file's directory swapped, or
+a link planted at its name, while the program is held at the device exchange; the private
+directory."""
 import glob
 import os
 import stat
-import threading
-from contextlib import contextmanager, suppress
 
 import pytest
 from orvin_sim import sapi as S
 
-from helpers import KBPK_VALUE, SAPI, give_kbpk, provision, run_cmd, signed_file, tr31
+from helpers import KBPK_VALUE, SAPI, give_kbpk, provision, run_cmd, signed_file, tr31, traced
 
 CALLER = 500
 LOG = "/home/orvin/.dukpt-ksn-log"
@@ -21,6 +19,7 @@ VICTIM = "/etc/victim"
 KBPK_FILE = "/tmp/kbpk.bin"
 CERTS = "/usr/local/share/certs/"
 OPEN_FAILED = b"FATAL: Failed to open the Orvin Protected Key file.\n"
+SCREEN = 131072
 
 
 # Each scenario readies a terminal for one honest command and names the state files it writes
@@ -138,57 +137,68 @@ def test_caller_key_file_may_not_lie_in_the_program_home(kt, dest):
     assert kt.sapi.requests() == [] and caller_owned(kt) == []
 
 
-@contextmanager
-def on_device_open(term, action):
-    """Runs action the moment the program opens the device, i.e. after every check of the
-    destination and before the key file is made; gives a list that holds True once it acted."""
-    libc = ctypes.CDLL(None, use_errno=True)
-    fd = libc.inotify_init1(os.O_CLOEXEC)
-    assert fd >= 0 and libc.inotify_add_watch(fd, term.sapi.device_path.encode(), 0x20) >= 0
-    acted = []
-
-    def wait_and_act():
-        os.read(fd, 4096)
-        with suppress(OSError):  # the program may be quicker
-            action()
-            acted.append(True)
-    thread = threading.Thread(target=wait_and_act, daemon=True)
-    thread.start()
-    yield acted
-    thread.join(timeout=10)
-    os.close(fd)
+# The program is held as it opens the device: every check of the destination is behind it and
+# the key file is not made yet.
+DEVICE_OPEN = ("openat", "/dev/sapi0")
 
 
-def test_directory_swapped_for_a_link_during_the_exchange_never_lands_in_the_state(kt):
+@traced
+@pytest.mark.parametrize("target", ["/etc", "/tmp"])
+def test_directory_swapped_for_a_link_after_the_checks_is_not_entered(kt, target):
+    # D20: the walk to the key file's directory follows no link. /etc is a place only root may
+    # write; /tmp lies outside /home/, where no key file may be.
     keys = kt.path("/home/main-user/keys")
-    before = sorted(os.listdir(kt.path(SAPI)))
-    for i in range(20):
-        def swap():
-            os.rename(keys, keys + f".{i}")
-            os.symlink("/home/orvin/.sapi", keys)
-        with on_device_open(kt, swap) as acted:
-            outcome = caller_install(kt, f"/tmp/.KBPK00{10 + i}", "/home/main-user/keys/")
-        assert outcome.status in (0, 9) and (acted or outcome.status == 0)
-        if os.path.islink(keys):
-            os.unlink(keys)
-            kt.mkdir("/home/main-user/keys", 0o755, uid=CALLER, gid=CALLER)
-    assert sorted(n for n in os.listdir(kt.path(SAPI)) if n != ".sha256") == before
-    assert caller_owned(kt) == []
+    kt.write("/home/main-user/k.tr31", tr31(), uid=CALLER, gid=CALLER)
+    outside = sorted(os.listdir(kt.path(target)))
+    with kt.traced(["--install-key", "6", "/home/main-user/k.tr31", "/home/main-user/keys/new/"],
+                   DEVICE_OPEN, uid=CALLER) as run:
+        run.wait_stopped()
+        os.rename(keys, keys + ".old")
+        os.symlink(target, keys)
+        r = run.resume()
+    assert r.status == 9 and sorted(os.listdir(kt.path(target))) == outside
+    assert caller_owned(kt) == [] and os.listdir(keys + ".old") == []
 
 
+@traced
 def test_link_planted_at_the_key_file_name_after_its_check_is_not_written_through(kt):
-    target = kt.path("/home/main-user/keys/k.tr31", follow=False)
-    won = 0
-    for _ in range(5):
-        with on_device_open(kt, lambda: os.symlink(VICTIM, target)) as acted:
-            outcome = caller_install(kt, "/tmp/k.tr31", "/home/main-user/keys/")
-        if acted:
-            won += 1
-            assert outcome.status == 9 and outcome.stdout.endswith(OPEN_FAILED)
-        assert kt.read(VICTIM) == b"victim"
-        assert kt.lstat(VICTIM).st_uid == 0 and kt.lstat(VICTIM).st_mode & 0o777 == 0o644
-        os.unlink(target)
-    assert won > 0
+    kt.write("/tmp/k.tr31", tr31(), uid=CALLER, gid=CALLER)
+    with kt.traced(["--install-key", "6", "/tmp/k.tr31", "/home/main-user/keys/"], DEVICE_OPEN,
+                   uid=CALLER) as run:
+        run.wait_stopped()
+        kt.symlink(VICTIM, "/home/main-user/keys/k.tr31", uid=CALLER, gid=CALLER)
+        r = run.resume()
+    assert (r.status, r.stdout[-len(OPEN_FAILED):]) == (9, OPEN_FAILED)
+    assert kt.read(VICTIM) == b"victim"
+    assert kt.lstat(VICTIM).st_uid == 0 and kt.lstat(VICTIM).st_mode & 0o777 == 0o644
+
+
+@traced
+def test_private_directory_is_fresh_root_only_and_not_foreseeable(make_term):
+    # D19: the verified image copy lies in a directory only root may enter, made by this run.
+    # A caller who saw the last run's directory makes one of his own at that name and, while the
+    # next run starts the flash tool, puts his own bytes in whatever the program left there.
+    term = make_term()
+    provision(term, "main-user", "prod-sign")
+    right = os.urandom(SCREEN)
+    signed_file(term, "/tmp/img", "main-user", data=right, uid=CALLER, gid=CALLER)
+    args, private = ["--install-image", "/tmp/img"], term.path("/tmp") + "/orvin-auth.*"
+    with term.traced(args, ("fork",), uid=CALLER) as run:
+        run.wait_stopped()
+        (seen,) = glob.glob(private)
+        st = os.lstat(seen)
+        assert (stat.S_ISDIR(st.st_mode), st.st_uid, stat.S_IMODE(st.st_mode)) == (True, 0, 0o700)
+        assert run.resume().status == 0
+    term.remove("/var/sim/nand/mtd4")
+    os.mkdir(seen, 0o777)
+    os.chown(seen, CALLER, CALLER)
+    with term.traced(args, ("fork",), uid=CALLER) as run:
+        run.wait_stopped()
+        for name in os.listdir(seen):
+            with open(os.path.join(seen, name), "wb") as f:
+                f.write(os.urandom(SCREEN))
+        r = run.resume()
+    assert (r.status, term.read("/var/sim/nand/mtd4") == right) == (0, True)
 
 
 def test_kbpk_state_file_of_another_owner_never_reaches_the_device(make_term, pki):
