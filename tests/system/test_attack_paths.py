@@ -1,16 +1,13 @@
 """A hostile local user against the names the program places: a line end in a destination would
 forge a line of root's output (D7), and a key file may only go where its caller may write (D20)."""
 import os
-import signal
-import time
-from contextlib import contextmanager
 
 import pytest
 
-from helpers import SAPI, give_kbpk, provision, run_cmd, signed_file, startup_output, tr31
+from helpers import (SAPI, give_kbpk, provision, run_cmd, signed_file, startup_output, traced,
+                     tr31)
 
 APP, GUEST = 500, 1000
-OPENAT = {"x86_64": 257, "aarch64": 56}[os.uname().machine]
 FORGED = "\n/usr/local/share/backdoor - data/executable - verified"
 # A file name of the source's, which a destination ending in "/" takes over.
 NAME_FORGED = "\nbackdoor - verified"
@@ -104,38 +101,16 @@ def test_d20_key_file_goes_where_its_caller_may_write(ready, uid, home):
     assert ready.lstat(home + "/new/k.opk").st_uid == uid
 
 
-@contextmanager
-def device_frozen(term):
-    """Freezes the device: the program's first use of it, which follows every check of the key
-    file's destination and comes before the walk that makes it, waits until the body has run.
-    Gives a function that waits until a started program waits there."""
-    daemon = term.sapi._proc.pid
-    os.kill(daemon, signal.SIGSTOP)
-
-    def wait_for(child):
-        for _ in range(500):
-            with open(f"/proc/{child.pid}/syscall") as f:
-                call = f.read().split()
-            # openat(..., O_RDWR | ...): the device's open, the only read-write one before it
-            if call[0] == str(OPENAT) and int(call[3], 16) & os.O_ACCMODE == os.O_RDWR:
-                return
-            time.sleep(0.01)
-        raise AssertionError("the program never reached the device")
-    try:
-        yield wait_for
-    finally:
-        os.kill(daemon, signal.SIGCONT)
-
-
+@traced
 def test_d20_directory_closed_to_its_caller_after_the_check_gets_no_key_file(ready):
     ready.mkdir("/home/app/keys", 0o755, uid=APP, gid=APP)
     ready.write("/tmp/k.tr31", tr31(), uid=APP, gid=APP)
     prefix = startup_output(ready, uid=APP)
-    with device_frozen(ready) as wait_for:
-        child = ready.popen(["--install-key", "5", "/tmp/k.tr31", "/home/app/keys/deep/k.opk"],
-                            uid=APP)
-        wait_for(child)
+    args = ["--install-key", "5", "/tmp/k.tr31", "/home/app/keys/deep/k.opk"]
+    # The device is opened after every check of the destination and before the walk.
+    with ready.traced(args, ("openat", "/dev/sapi0"), uid=APP) as run:
+        run.wait_stopped()
         ready.chmod("/home/app/keys", 0o555)
-    out, _ = child.communicate(timeout=30)
-    assert (child.returncode, out) == (9, prefix)
+        r = run.resume()
+    assert (r.status, r.stdout) == (9, prefix)
     assert os.listdir(ready.path("/home/app/keys")) == []
