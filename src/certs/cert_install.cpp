@@ -67,7 +67,7 @@ ExitStatus scan_for_cn(const std::string& cn) {
 
 ExitStatus write_store_file(const std::string& destination, const X509* cert,
                             const std::optional<gid_t>& group) {
-    StagedFile staged(destination);
+    StagedFile staged;
     if (!staged.valid()) {
         std::puts("Failed to open destination certificate file.");
         return ST_FAILURE;

@@ -12,6 +12,8 @@
 #include "base/status.hpp"
 #include "certs/cert_restore.hpp"
 #include "certs/cert_user.hpp"
+#include "system/osfs.hpp"
+#include "system/staged_file.hpp"
 #include "system/walk.hpp"
 #include "verify/delete.hpp"
 
@@ -59,9 +61,19 @@ bool tools_present() {
     return true;
 }
 
+// A run cut short (power loss, a kill) may have left files staged or "/usr/local/" writable; both
+// are put right before anything reads the tree, so what it left changes no later run (D28).
+void osfs_recover() {
+    osfs_staging_clear();
+    if (osfs_writable()) {
+        sys_lock_osfs();
+    }
+}
+
 }  // namespace
 
 ExitStatus consistency_check() {
+    osfs_recover();
     if (state_dir_ready() && trust_anchors_readable() && certificate_store_valid() &&
         tools_present()) {
         return ST_OK;

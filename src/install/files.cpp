@@ -57,7 +57,7 @@ bool create_directories(std::string existing, const std::string& remainder) {
 // made visible only while its bytes still carry the signature already in place (D6).
 ExitStatus place_data_file(const char* source, const std::string& full, mode_t source_mode,
                            const std::optional<gid_t>& group, const Result<Signer>& signer) {
-    StagedFile data_file(full);
+    StagedFile data_file;
     const Result<Digest> digest = copy_into(source, full, data_file);
     if (!digest.ok()) {
         return digest.status();
@@ -115,7 +115,7 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
 
     // The signature goes first, so a data file never exists without one. It is the one that was
     // verified, not whatever the caller's ".sig" holds by now (D17).
-    StagedFile sig_file(full_sig);
+    StagedFile sig_file;
     if (ExitStatus st = write_signature(signer->sig, full_sig, sig_file); st != ST_OK) {
         return st;
     }

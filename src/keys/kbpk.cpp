@@ -160,10 +160,13 @@ ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
     if (ExitStatus st = sha256_hash_check(reply->key_digest, reply->second_digest); st != ST_OK) {
         return st;
     }
-    if (state_file_replace(kbpk_state_path(id), reply->protected_kbpk) != ST_OK) {
-        return ST_FAILURE;
+    // The KBPK file's presence is what says the acquirer has a KBPK, so it is written last: a run
+    // cut short between the two never leaves a KBPK that a start-up would load without its flags
+    // (D28). A FLAG file alone is read by nothing.
+    if (ExitStatus st = flag_file_write(id, flags); st != ST_OK) {
+        return st;
     }
-    return flag_file_write(id, flags);
+    return state_file_replace(kbpk_state_path(id), reply->protected_kbpk);
 }
 
 ExitStatus kbpk_update_pci_pin_file(int id, std::uint16_t flags, const char* path) {
@@ -188,6 +191,7 @@ ExitStatus kbpk_remove(int id) {
     if (!r.ok()) {
         return r.status();
     }
+    // The KBPK file goes first, for the same reason it is written last (D28).
     if (::unlink(kbpk_state_path(id).c_str()) != 0) {
         std::printf("Failed to delete KBPK%04d.\n", id);
         return ST_FAILURE;

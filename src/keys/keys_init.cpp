@@ -60,6 +60,12 @@ ExitStatus kbpk0_restore() {
     if (value.size() != kbpk0_hex_size || !hex2bin(value)) {
         return ST_FAILURE;
     }
+    // Its state is a KBPK without a FLAG file: one that a removal cut short left behind must not
+    // lend it its flags, so it goes before the KBPK file that commits the state (D28).
+    if (const std::string flag = kbpk_flag_path(0);
+        state_file_exists(flag) && ::unlink(flag.c_str()) != 0) {
+        return ST_FAILURE;
+    }
     // Written whole as a fresh root-owned file or not at all (D19).
     return state_file_replace(
         kbpk_state_path(0),

@@ -2,6 +2,7 @@
 #include "system/osfs.hpp"
 
 #include <sys/mount.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "base/paths.hpp"
@@ -28,4 +29,9 @@ ExitStatus sys_unlock_osfs() { return remount(writable_flags) ? ST_OK : ST_FAILU
 void sys_lock_osfs() {
     // A file system that stays writable is no reason to fail the change that was just made.
     (void)remount(readonly_flags);
+}
+
+bool osfs_writable() {
+    struct statvfs fs {};
+    return statvfs(paths::usr_local, &fs) == 0 && (fs.f_flag & ST_RDONLY) == 0;
 }

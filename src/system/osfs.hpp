@@ -7,6 +7,8 @@
 [[nodiscard]] ExitStatus sys_unlock_osfs();
 // Back to read-only; the result is ignored by design.
 void sys_lock_osfs();
+// Whether "/usr/local/" is mounted writable now.
+[[nodiscard]] bool osfs_writable();
 
 // Unlocks on construction and, if that worked, locks again on destruction, so no path out of a
 // change can forget the lock.

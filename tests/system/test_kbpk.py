@@ -214,9 +214,9 @@ def test_refused_signers(kt, command, deleted, signer):
     assert files(kt, ".FLAG0009", ".KBPK0002") == {".FLAG0009": b"8000", ".KBPK0002": None}
 
 
-def test_flag_file_that_cannot_be_written_leaves_the_state_file(kt):
+def test_d28_flag_file_that_cannot_be_written_leaves_no_kbpk_to_load_without_it(kt):
     kt.mkdir(SAPI + ".FLAG0005", 0o700)
     signed_file(kt, KBPK, "HSM-PCI-PIN", data=KBPK_VALUE)
     assert run(kt, "--install-kbpk", "5") == (9, ON)
-    assert kt.read(SAPI + ".KBPK0005") == kt.sapi.kbpk(5).protected
-    assert run(kt, "--install-kbpk", "5").status == 10
+    assert not kt.exists(SAPI + ".KBPK0005")
+    assert run(kt, "--verify-kbpk-pci-pin", "5").status == 10
