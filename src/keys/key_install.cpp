@@ -255,7 +255,8 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
     if (!place || !key_place_allowed(*place)) {
         return invalid_destination(dest);
     }
-    if (const UniqueFd held = dir_open_nofollow(place->real); !held || !key_dir_writable(held.get())) {
+    if (const UniqueFd held = dir_open_nofollow(place->real);
+        !held || !key_dir_writable(held.get())) {
         return invalid_destination(dest);
     }
     if (path_exists(target.c_str())) {
