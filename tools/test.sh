@@ -91,6 +91,13 @@ debian_package() {
         -p no:cacheprovider tests/system/test_package.py
 }
 
+# The terminal's package, cross-built from the sysroot that tools/cross-test.sh armhf made.
+armhf_package() {
+    step "Debian package (armhf)"
+    ORVIN_TEST_PACKAGE=armhf ORVIN_BUILD_DIR="$PWD/build" /usr/bin/python3 -m pytest -q \
+        -p no:cacheprovider tests/system/test_package.py
+}
+
 sim_shell() {
     step "tools/sim-shell"
     tools/sim-shell --build build -c 'printf "hello\n" > hello && sign-file main-user hello &&
@@ -122,6 +129,7 @@ sim_shell
 debian_package
 step "armhf cross build"
 tools/cross-test.sh armhf
+armhf_package
 benchmark
 
 step "AddressSanitizer and UBSan build"
