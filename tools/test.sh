@@ -18,7 +18,8 @@ step() { echo; echo "== $*"; }
 build() {
     local dir=$1 type=$2
     shift 2
-    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE="$type" -DORVIN_WERROR=ON -DORVIN_TESTS=ON "$@" >/dev/null
+    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE="$type" -DORVIN_WERROR=ON -DORVIN_TESTS=ON "$@" \
+        >/dev/null
     cmake --build "$dir" -j"$jobs"
 }
 
@@ -71,7 +72,8 @@ program_only_build() {
     step "program-only build"
     local copy built installed
     copy=$(mktemp -d /tmp/orvin-program-only.XXXXXX)
-    git ls-files -z --cached --others --exclude-standard | tar --null -T - -cf - | tar -C "$copy" -xf -
+    git ls-files -z --cached --others --exclude-standard |
+        tar --null -T - -cf - | tar -C "$copy" -xf -
     PKG_CONFIG_LIBDIR= PKG_CONFIG_PATH= CC=/nonexistent/cc cmake -S "$copy" -B "$copy/build" \
         -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DORVIN_WERROR=ON >/dev/null
     cmake --build "$copy/build" -j"$jobs" >/dev/null
@@ -80,8 +82,8 @@ program_only_build() {
     installed=$(cd "$copy/root" && find . -type f -printf '%m %u %p\n' | sort)
     rm -rf "$copy"
     [[ $built == ./orvin-auth ]] || { echo "program-only build made: $built" >&2; return 1; }
-    [[ $installed == $'4755 root ./usr/sbin/orvin-auth\n644 root ./usr/share/man/man8/orvin-auth.8' ]] ||
-        { echo "program-only install made: $installed" >&2; return 1; }
+    local expected=$'4755 root ./usr/sbin/orvin-auth\n644 root ./usr/share/man/man8/orvin-auth.8'
+    [[ $installed == "$expected" ]] || { echo "program-only install made: $installed" >&2; return 1; }
     echo "only orvin-auth was built; installed set-user-ID root with orvin-auth(8)"
 }
 

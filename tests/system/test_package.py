@@ -57,7 +57,8 @@ def deb(request, tmp_path_factory):
         # dependencies to check (-d), and no tests to run on the build machine.
         assert os.path.isfile(os.path.join(SYSROOT, ".complete")), "run tools/cross-test.sh armhf"
         command[1:1] = [f"-a{arch}", "-d"]
-        env.update(ORVIN_ARMHF_SYSROOT=SYSROOT, DEB_BUILD_OPTIONS=env["DEB_BUILD_OPTIONS"] + " nocheck")
+        env["ORVIN_ARMHF_SYSROOT"] = SYSROOT
+        env["DEB_BUILD_OPTIONS"] += " nocheck"
     r = subprocess.run(command, cwd=source, env=env, capture_output=True, text=True)
     assert r.returncode == 0, r.stdout[-4000:] + r.stderr[-4000:]
     # Debian's own compiler flags must not bring warnings back.
@@ -68,7 +69,8 @@ def deb(request, tmp_path_factory):
 
 def test_package_holds_the_set_uid_program_and_its_manual_only(deb, tmp_path):
     arch, path = deb
-    listing = {line.split()[-1]: line.split()[:2] for line in run("dpkg-deb", "-c", path).splitlines()}
+    listing = {line.split()[-1]: line.split()[:2]
+               for line in run("dpkg-deb", "-c", path).splitlines()}
     assert listing[PROGRAM] == ["-rwsr-xr-x", "root/root"]
     assert listing[MANUAL][1] == "root/root"
     files = {p for p, (mode, _) in listing.items() if not mode.startswith("d")}

@@ -65,10 +65,12 @@ def test_refusals_name_the_resolved_path(installed, command, path, uid, status, 
     installed.write("/usr/local/app/lib/lib.sig", b"s" * 256)
     installed.symlink("/etc", "/usr/local/app/out")
     installed.symlink("/etc/passwd", "/tmp/out")
-    before = [(d, sorted(os.listdir(installed.path(d)))) for d in ("/usr/local/app", "/usr/local/app/lib")]
+    def listing():
+        return [sorted(os.listdir(installed.path(d))) for d in ("/usr/local/app", "/usr/local/app/lib")]
+    before = listing()
     args = [command, path] + (["/usr/local/app/new"] if command == "--rename" else [])
     assert run_cmd(installed, args, uid=uid, gid=uid) == (status, message)
-    assert [(d, sorted(os.listdir(installed.path(d)))) for d, _ in before] == before
+    assert listing() == before
     assert installed.exists("/etc/passwd") and installed.usr_local_readonly()
 
 
