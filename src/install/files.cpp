@@ -159,6 +159,9 @@ ExitStatus cmd_file_remove(int /*argc*/, char** argv) {
     if (!entry.ok()) {
         return entry.status();
     }
+    if (entry->is_dir_path) {
+        return ST_FAILURE;  // a directory is no file to remove
+    }
     const int dir = entry->dir.get();
     const std::string sig = entry->name + ".sig";
     OsfsWritable writable;
@@ -185,6 +188,9 @@ ExitStatus cmd_file_rename(int /*argc*/, char** argv) {
     }
     if (ExitStatus st = file_rename_verify(*entry, argv[3]); st != ST_OK) {
         return st;
+    }
+    if (entry->is_dir_path) {
+        return ST_FAILURE;  // a directory is no file to rename
     }
     const int dir = entry->dir.get();
     const std::string new_name = base_name(argv[3]);

@@ -27,6 +27,11 @@ ExitStatus invalid_destination(const char* dest) {
     return ST_BAD_PATH;
 }
 
+ExitStatus invalid_path(const std::string& resolved) {
+    std::printf("Invalid path: %s\n", resolved.c_str());
+    return ST_BAD_PATH;
+}
+
 // A final component that names an entry of its directory, not the directory or its parent.
 bool plain_name(const std::string& name) {
     return !name.empty() && name != "." && name != "..";
@@ -101,15 +106,29 @@ Result<NamedEntry> file_access_verify(const char* path) {
         std::printf("Invalid file: %s\n", path);
         return ST_BAD_ARGUMENT;
     }
+    // Where the path leads, as far as the caller could follow it: a refusal names that place,
+    // however the path was spelt ("/usr/local/" is "/usr/local").
+    std::optional<std::string> target;
+    {
+        AsCaller as;
+        target = resolve_path(path);
+    }
+    if (!target) {
+        std::printf("Failed to obtain absolute path: %s\n", path);
+        return ST_FAILURE;
+    }
+    if (!starts_with(*target, paths::usr_local)) {
+        return invalid_path(*target);
+    }
     Result<NamedEntry> held = hold_parent(path);
     if (!held.ok()) {
         return held.status();
     }
     NamedEntry& entry = held.value();
     const std::string location = entry.dir_path + entry.name;
-    if (!starts_with(location, paths::usr_local) || !plain_name(entry.name)) {
-        std::printf("Invalid path: %s\n", location.c_str());
-        return ST_BAD_PATH;
+    if (!starts_with(location, paths::usr_local)) {
+        // The entry named lies outside, even if it leads inside (D15).
+        return invalid_path(location);
     }
     // The held directory lies inside the application file system, which only this program
     // changes, so the text of the location still names the entry that was held.
@@ -119,8 +138,12 @@ Result<NamedEntry> file_access_verify(const char* path) {
         return ST_FAILURE;
     }
     if (!starts_with(*real, paths::usr_local)) {
-        std::printf("Invalid path: %s\n", real->c_str());
-        return ST_BAD_PATH;
+        return invalid_path(*real);
+    }
+    if (!plain_name(entry.name)) {
+        entry.dir_path = dir_part(*real);
+        entry.name = base_name(*real);
+        entry.is_dir_path = true;
     }
     entry.is_cert = starts_with(location, paths::cert_store);
     struct stat st {};

@@ -147,6 +147,11 @@ Result<std::uint16_t> kbpk_flags_read(int id) {
 }
 
 ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
+    // A registry that cannot be read stops the install before the device holds the key (D25).
+    const Result<Registry> registry = sha256_registry_load();
+    if (!registry.ok()) {
+        return registry.status();
+    }
     const SapiReply r =
         kbpk_file_exchange(id, flags, path, {sapi_kbpk_install_file, sapi_reply_kbpk});
     if (!r.ok()) {
@@ -157,7 +162,8 @@ ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
         return ST_FAILURE;
     }
     // The registry comes before any file of ours, so a refused key leaves no trace in the store.
-    if (ExitStatus st = sha256_hash_check(reply->key_digest, reply->second_digest); st != ST_OK) {
+    if (ExitStatus st = sha256_hash_check(*registry, reply->key_digest, reply->second_digest);
+        st != ST_OK) {
         return st;
     }
     // The KBPK file's presence is what says the acquirer has a KBPK, so it is written last: a run

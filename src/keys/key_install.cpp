@@ -286,6 +286,11 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     if (!block.ok()) {
         return block.status();
     }
+    // A registry that cannot be read stops the install before the device holds the key (D25).
+    const Result<Registry> registry = sha256_registry_load();
+    if (!registry.ok()) {
+        return registry.status();
+    }
     SapiReply r = sapi_key_install_exchange(static_cast<std::uint8_t>(id), block->bytes,
                                             KeyInstallSender::key_file);
     if (!r.ok()) {
@@ -296,7 +301,8 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
         return ST_FAILURE;
     }
     // The device and the registry come before any directory or file is made.
-    if (ExitStatus s = sha256_hash_check(reply->key_digest, reply->second_digest); s != ST_OK) {
+    if (ExitStatus s = sha256_hash_check(*registry, reply->key_digest, reply->second_digest);
+        s != ST_OK) {
         return s;
     }
     const UniqueFd dir = key_dir_make(*place);

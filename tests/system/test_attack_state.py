@@ -46,6 +46,14 @@ def kbpk_install(term, pki):
     return ["--install-kbpk", "4", KBPK_FILE], written, b"KBPK installed.\n"
 
 
+def key_install(term, pki):
+    give_kbpk(term, 6)
+    term.mkdir("/home/app", 0o755)
+    term.write("/tmp/k.tr31", tr31())
+    return (["--install-key", "6", "/tmp/k.tr31", "/home/app/"],
+            [SAPI + ".sha256", "/home/app/k.tr31"], b"Cryptographic key installed.\n")
+
+
 def init_keys(term, pki):
     pki.issue("terminal", "terminal-0001", "prod-sign")
     for key, role in (("ProdSignCert", "prod-sign"), ("TerminalCert", "terminal")):
@@ -83,8 +91,7 @@ def prepared(make_term, pki, scenario):
 
 @pytest.mark.parametrize("scenario,name", [
     (ksn, LOG), (ksn, LOG + ".temp"), (dmesg, DMESG), (rate_limit, RATE),
-    (kbpk_install, SAPI + ".FLAG0004"), (kbpk_install, SAPI + ".sha256"),
-    (kbpk_install, SAPI + ".sha256-hashes"), (init_keys, "/tmp/prod-sign.crt")],
+    (kbpk_install, SAPI + ".FLAG0004"), (init_keys, "/tmp/prod-sign.crt")],
     ids=lambda v: v.__name__ if callable(v) else v.rsplit("/", 1)[-1])
 @pytest.mark.parametrize("kind", ["file", "link", "fifo", "dir"])
 def test_planted_names_never_redirect_give_away_or_block_a_state_write(make_term, pki, scenario,
@@ -107,6 +114,22 @@ def test_planted_names_never_redirect_give_away_or_block_a_state_write(make_term
         if not path.startswith(CERTS):
             assert stat.S_IMODE(st.st_mode) == 0o644, path
     assert set(caller_owned(term)) <= ({name} - set(written))
+
+
+# Only root makes entries in the state directory, so anything but root's own file at the name of
+# the registry in force is damage: no key passes it, and none reaches the device (D25).
+@pytest.mark.parametrize("scenario", [kbpk_install, key_install], ids=lambda v: v.__name__)
+@pytest.mark.parametrize("name", [".sha256", ".sha256-hashes"])
+@pytest.mark.parametrize("kind", ["file", "link", "fifo", "dir"])
+def test_damaged_registry_in_force_stops_a_key_before_the_device(make_term, pki, scenario, name,
+                                                                 kind):
+    term, args, written, _ = prepared(make_term, pki, scenario)
+    plant(term, SAPI + name, kind)
+    state = sorted(os.listdir(term.path(SAPI)))
+    assert run_cmd(term, args) == (9, b"FATAL: Failed to open the cryptographic key hash file.\n")
+    assert term.sapi.requests() == [] and sorted(os.listdir(term.path(SAPI))) == state
+    assert not any(term.exists(p) for p in written if not p.startswith(SAPI))
+    assert term.read(VICTIM) == b"victim"
 
 
 # ---- D20: key files of a caller other than root ------------------------------------------------

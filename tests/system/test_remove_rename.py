@@ -43,6 +43,35 @@ def test_remove_outside_the_application_file_system_or_of_half_a_pair_is_refused
     assert installed.exists("/usr/local/app/nosig") and installed.usr_local_readonly()
 
 
+@pytest.mark.parametrize("command", ["--remove", "--rename"])
+@pytest.mark.parametrize("path,uid,status,message", [
+    # A refusal names the place the path leads to, however it was spelt.
+    ("/usr/local/", 0, 8, b"Invalid path: /usr/local\n"),
+    ("/usr/local/.", 0, 8, b"Invalid path: /usr/local\n"),
+    ("/usr/local/app/..", 0, 8, b"Invalid path: /usr/local\n"),
+    ("/usr/local/app/../..", 0, 8, b"Invalid path: /usr\n"),
+    ("/usr/local/app/out/", 0, 8, b"Invalid path: /etc\n"),
+    ("/tmp/out", 0, 8, b"Invalid path: /etc/passwd\n"),
+    # A directory inside is judged by the owner rule, and is never removed or renamed.
+    ("/usr/local/app/", 500, 6, b"Access denied: /usr/local/app.\n"),
+    ("/usr/local/app/lib/..", 500, 6, b"Access denied: /usr/local/app.\n"),
+    ("/usr/local/app/lib/.", 0, 9, b""),
+    ("/usr/local/app/lib/", 0, 9, b"")])
+def test_refusals_name_the_resolved_path(installed, command, path, uid, status, message):
+    # A pair inside the directory bears the directory's own name: the change must not land on it.
+    installed.write("/usr/local/app/lib/lib", b"data")
+    installed.write("/usr/local/app/lib/lib.sig", b"s" * 256)
+    installed.symlink("/etc", "/usr/local/app/out")
+    installed.symlink("/etc/passwd", "/tmp/out")
+    def listing():
+        return [sorted(os.listdir(installed.path(d))) for d in ("/usr/local/app", "/usr/local/app/lib")]
+    before = listing()
+    args = [command, path] + (["/usr/local/app/new"] if command == "--rename" else [])
+    assert run_cmd(installed, args, uid=uid, gid=uid) == (status, message)
+    assert listing() == before
+    assert installed.exists("/etc/passwd") and installed.usr_local_readonly()
+
+
 CERT = "/usr/local/share/certs/acme.crt"
 
 
