@@ -88,6 +88,15 @@ def test_paused_run_keeps_its_own_limits_and_signals_and_holds_the_next(acme):
     assert stat.S_ISREG(st.st_mode) and (st.st_uid, stat.S_IMODE(st.st_mode)) == (0, 0o600)
 
 
+def test_link_at_the_lock_name_is_not_followed(acme):
+    # D22: the lock file is opened, and made, without following a link; one left at its name
+    # would otherwise have root create a file wherever it leads (/etc/nologin ends every login).
+    acme.symlink("/etc/nologin", "/home/orvin/.run-lock")
+    r = acme.run(["--remove", "/usr/local/none"], uid=500)
+    assert r.status == 1 and not acme.exists("/etc/nologin")
+    assert os.readlink(acme.path("/home/orvin/.run-lock", follow=False)) == "/etc/nologin"
+
+
 @pytest.mark.parametrize("hard", [False, True])
 def test_installs_at_once_under_the_callers_limits_both_complete(acme, hard):
     # D4: limits are lifted and the umask set before anything else, so the caller cannot kill an

@@ -109,6 +109,30 @@ def test_planted_names_never_redirect_give_away_or_block_a_state_write(make_term
     assert set(caller_owned(term)) <= ({name} - set(written))
 
 
+@traced
+@pytest.mark.parametrize("scenario,name", [
+    (ksn, LOG), (dmesg, DMESG), (rate_limit, RATE), (kbpk_install, SAPI + ".KBPK0004")],
+    ids=lambda v: v.__name__ if callable(v) else v.rsplit("/", 1)[-1])
+def test_temporary_name_of_a_state_write_is_never_met_again(make_term, pki, scenario, name):
+    # D19: a write cut short before its rename leaves its temporary. Whoever learns that name
+    # and holds it (here with a directory, which nothing can open for writing) must not stop
+    # the next write: every write takes a name of its own.
+    term, args, written, out = prepared(make_term, pki, scenario)
+    parent = os.path.dirname(name)
+    before = set(os.listdir(term.path(parent)))
+    assert term.run(args, kill_at=("rename", name)).killed
+    left = set(os.listdir(term.path(parent))) - before - {os.path.basename(w) for w in written}
+    assert left, "the cut write left no temporary"
+    for n in left:
+        os.unlink(os.path.join(term.path(parent), n))
+        term.mkdir(f"{parent}/{n}", 0o777, uid=CALLER, gid=CALLER)
+    outcome = run_cmd(term, args)
+    assert outcome.status == 0 and outcome.stdout.endswith(out), outcome
+    st = term.lstat(name)
+    assert stat.S_ISREG(st.st_mode) and st.st_uid == 0
+    assert all(os.listdir(term.path(f"{parent}/{n}")) == [] for n in left)
+
+
 # ---- D20: key files of a caller other than root ------------------------------------------------
 
 @pytest.fixture
