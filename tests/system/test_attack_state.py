@@ -167,21 +167,24 @@ DEVICE_OPEN = ("openat", "/dev/sapi0")
 
 
 @traced
-@pytest.mark.parametrize("target", ["/etc", "/tmp"])
-def test_directory_swapped_for_a_link_after_the_checks_is_not_entered(kt, target):
+@pytest.mark.parametrize("target,swapped", [("/etc", "keys"), ("/tmp", "keys"), ("/etc", "keys/new")])
+def test_directory_swapped_for_a_link_after_the_checks_is_not_entered(kt, target, swapped):
     # D20: the walk to the key file's directory follows no link. /etc is a place only root may
-    # write; /tmp lies outside /home/, where no key file may be.
-    keys = kt.path("/home/main-user/keys")
+    # write; /tmp lies outside /home/, where no key file may be. A directory the program has just
+    # made in the caller's own directory is the caller's to swap as well.
+    path = kt.path("/home/main-user/" + swapped)
+    made = swapped != "keys"
     kt.write("/home/main-user/k.tr31", tr31(), uid=CALLER, gid=CALLER)
     outside = sorted(os.listdir(kt.path(target)))
     with kt.traced(["--install-key", "6", "/home/main-user/k.tr31", "/home/main-user/keys/new/"],
-                   DEVICE_OPEN, uid=CALLER) as run:
+                   ("mkdir", "/home/main-user/keys/new") if made else DEVICE_OPEN, after=made,
+                   uid=CALLER) as run:
         run.wait_stopped()
-        os.rename(keys, keys + ".old")
-        os.symlink(target, keys)
+        os.rename(path, path + ".old")
+        os.symlink(target, path)
         r = run.resume()
     assert r.status == 9 and sorted(os.listdir(kt.path(target))) == outside
-    assert caller_owned(kt) == [] and os.listdir(keys + ".old") == []
+    assert caller_owned(kt) == [] and os.listdir(path + ".old") == []
 
 
 @traced
