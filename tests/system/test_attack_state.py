@@ -167,7 +167,8 @@ DEVICE_OPEN = ("openat", "/dev/sapi0")
 
 
 @traced
-@pytest.mark.parametrize("target,swapped", [("/etc", "keys"), ("/tmp", "keys"), ("/etc", "keys/new")])
+@pytest.mark.parametrize("target,swapped", [("/etc", "keys"), ("/tmp", "keys"),
+                                            ("/etc", "keys/new")])
 def test_directory_swapped_for_a_link_after_the_checks_is_not_entered(kt, target, swapped):
     # D20: the walk to the key file's directory follows no link. /etc is a place only root may
     # write; /tmp lies outside /home/, where no key file may be. A directory the program has just
