@@ -246,7 +246,9 @@ static int trace(const struct options* o, pid_t pid) {
             continue;
         }
         if (sig != (SIGTRAP | 0x80)) {
-            signal_to_pass = sig;
+            /* A group-stop reports its signal again; passing that on would stop it for ever. */
+            siginfo_t si;
+            signal_to_pass = ptrace(PTRACE_GETSIGINFO, pid, NULL, &si) == 0 ? sig : 0;
             continue;
         }
         struct __ptrace_syscall_info info;

@@ -11,7 +11,7 @@ from dataclasses import dataclass
 
 from . import mounts
 from .sapi import Sapi
-from .trace import Tracer, TracedRun
+from .trace import HELPER_FAILED, Tracer, TracedRun
 
 TOOLS = ["/bin/adduser", "/usr/bin/passwd", "/bin/deluser", "/sbin/reboot", "/usr/bin/nandwrite",
          "/usr/bin/mtd_debug", "/bin/mount", "/bin/umount", "/sbin/fsck.vfat", "/usr/sbin/nvram",
@@ -454,7 +454,7 @@ class Terminal:
                 child.send_signal(signal.SIGKILL)
                 child.communicate()
                 raise
-            if child.returncode == 127 and err.startswith((b"orvin-sim-exec:", b"orvin-sim-trace:")):
+            if child.returncode == 127 and err.startswith(HELPER_FAILED):
                 raise RuntimeError(err.decode(errors="replace").strip())
             killed = tracer is not None and tracer.next_line(timeout) == "killed"
         finally:

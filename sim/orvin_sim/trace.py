@@ -8,6 +8,7 @@ import tempfile
 import time
 
 SYSCALLS = ("openat", "rename", "mkdir", "unlinkat", "fork")
+HELPER_FAILED = (b"orvin-sim-exec:", b"orvin-sim-trace:")
 
 
 class Tracer:
@@ -118,7 +119,7 @@ class TracedRun:
         self._out.seek(0)
         self._err.seek(0)
         result = self._result_type(self._child.returncode, self._out.read(), self._err.read())
-        if result.status == 127 and result.stderr.startswith((b"orvin-sim-trace:", b"orvin-sim-exec:")):
+        if result.status == 127 and result.stderr.startswith(HELPER_FAILED):
             raise RuntimeError(result.stderr.decode(errors="replace").strip())
         return result
 

@@ -1,9 +1,6 @@
 """Expected texts and small steps shared by the system tests."""
-import itertools
 import os
-import threading
 from collections import namedtuple
-from contextlib import contextmanager
 
 import pytest
 
@@ -90,22 +87,3 @@ def give_kbpk(term, acquirer, flag=None):
     term.write(SAPI + f".KBPK{acquirer:04d}", kbpk.protected)
     if flag is not None:
         term.write(SAPI + f".FLAG{acquirer:04d}", flag)
-
-
-@contextmanager
-def racing(*steps):
-    """Runs the steps in turn, over and over, on another thread while the body runs."""
-    stop = threading.Event()
-
-    def loop():
-        for step in itertools.cycle(steps):
-            if stop.is_set():
-                return
-            step()
-    t = threading.Thread(target=loop)
-    t.start()
-    try:
-        yield
-    finally:
-        stop.set()
-        t.join()

@@ -88,30 +88,49 @@ def test_paused_run_keeps_its_own_limits_and_signals_and_holds_the_next(acme):
     assert stat.S_ISREG(st.st_mode) and (st.st_uid, stat.S_IMODE(st.st_mode)) == (0, 0o600)
 
 
+def test_link_at_the_lock_name_is_not_followed(acme):
+    # D22: the lock file is opened, and made, without following a link; one left at its name
+    # would otherwise have root create a file wherever it leads (/etc/nologin ends every login).
+    acme.symlink("/etc/nologin", "/home/orvin/.run-lock")
+    r = acme.run(["--remove", "/usr/local/none"], uid=500)
+    assert r.status == 1 and not acme.exists("/etc/nologin")
+    assert os.readlink(acme.path("/home/orvin/.run-lock", follow=False)) == "/etc/nologin"
+
+
+def waits_for_lock(pid):
+    with open("/proc/locks") as f:
+        return any(line.split()[1] == "->" and line.split()[5] == str(pid) for line in f)
+
+
+@traced
 @pytest.mark.parametrize("hard", [False, True])
 def test_installs_at_once_under_the_callers_limits_both_complete(acme, hard):
     # D4: limits are lifted and the umask set before anything else, so the caller cannot kill an
     # install midway or shape what it makes; hard limits that cannot be raised again stop the run
     # before it starts, never half way. D22: the second run waits, so neither finds /usr/local/
-    # locked under it or its file swept.
-    data = os.urandom(24 << 20)
+    # locked under it or its file swept. The first is held inside its writable window, as it
+    # makes its directory, until the second waits for it (or has ended without waiting).
+    data = os.urandom(2 << 20)
     signed_file(acme, "/tmp/big", "acme", data=data, uid=1000, gid=1000)
     limits = caller_limits(hard, CPU=1, FSIZE=1000, NOFILE=5, STACK=65536,
                            **({} if ASAN else {"AS": 96 << 20, "DATA": 32 << 20}))
-    fatal = hard and not can_raise_hard_limits()
-    for round_ in range(3):
-        runs = [acme.popen(["--install", "/tmp/big", f"/usr/local/acme/{round_}{n}/"], uid=1000,
-                           rlimits=limits, umask=0o077) for n in "ab"]
-        outcomes = [(c.wait(120), c.stdout.read()) for c in runs]
-        if fatal:
-            assert outcomes == [(9, b"FATAL: Failed to set resource limits.\n")] * 2
-        else:
-            assert [(st, o[-23:]) for st, o in outcomes] == [(0, b"Signed file installed.\n")] * 2
-            assert all(acme.read(f"/usr/local/acme/{round_}{n}/big") == data for n in "ab")
-    if fatal:
-        assert not acme.exists("/usr/local/acme")
-    else:
-        assert stat.S_IMODE(acme.lstat("/usr/local/acme").st_mode) == 0o555  # not the caller's umask
+    kw = {"uid": 1000, "rlimits": limits, "umask": 0o077}
+    args = [["--install", "/tmp/big", f"/usr/local/acme/{n}/"] for n in "ab"]
+    if hard and not can_raise_hard_limits():
+        outcomes = [acme.run(a, **kw) for a in args]
+        assert [(r.status, r.stdout) for r in outcomes] == [
+            (9, b"FATAL: Failed to set resource limits.\n")] * 2
+        assert not acme.exists("/usr/local/acme") and acme.usr_local_readonly()
+        return
+    with acme.traced(args[0], ("mkdir", "/usr/local/acme/a"), **kw) as first:
+        first.wait_stopped()
+        second = acme.popen(args[1], **kw)
+        wait_for(lambda: second.poll() is not None or waits_for_lock(second.pid))
+        a = first.resume()
+    outcomes = [(a.status, a.stdout), (second.wait(120), second.stdout.read())]
+    assert [(st, o[-23:]) for st, o in outcomes] == [(0, b"Signed file installed.\n")] * 2
+    assert all(acme.read(f"/usr/local/acme/{n}/big") == data for n in "ab")
+    assert stat.S_IMODE(acme.lstat("/usr/local/acme").st_mode) == 0o555  # not the caller's umask
     assert acme.usr_local_readonly() and no_temporaries(acme, "/usr/local") == []
 
 
@@ -180,6 +199,21 @@ def test_input_swapped_for_what_is_not_a_regular_file_is_refused_at_once(acme, a
         r = run.resume(timeout=10)
     assert r.stdout.startswith(BANNER) and (r.status, r.stdout[-len(expected[1]):]) == expected
     assert acme.calls("/usr/bin/nandwrite") == [] and acme.usr_local_readonly()
+
+
+@traced
+def test_source_swapped_for_a_fifo_inside_the_writable_window_is_refused_at_once(acme):
+    # D3, D22: the install's copy opens the source again, with /usr/local/ writable and the
+    # lock held; a FIFO that nobody writes must not keep it there.
+    signed_file(acme, "/tmp/x", "acme", uid=500, gid=500)
+    with acme.traced(["--install", "/tmp/x", "/usr/local/acme/"], ("openat", "/tmp/x", 2),
+                     uid=500) as run:
+        run.wait_stopped()
+        os.unlink(acme.path("/tmp/x"))
+        os.mkfifo(acme.path("/tmp/x"), 0o666)
+        r = run.resume(timeout=10)
+    assert (r.status, r.stdout[-34:]) == (9, b"FATAL: Failed to open input file.\n")
+    assert acme.usr_local_readonly() and not acme.exists("/usr/local/acme/x")
 
 
 @traced

@@ -132,6 +132,30 @@ def test_damaged_registry_in_force_stops_a_key_before_the_device(make_term, pki,
     assert term.read(VICTIM) == b"victim"
 
 
+@traced
+@pytest.mark.parametrize("scenario,name", [
+    (ksn, LOG), (dmesg, DMESG), (rate_limit, RATE), (kbpk_install, SAPI + ".KBPK0004")],
+    ids=lambda v: v.__name__ if callable(v) else v.rsplit("/", 1)[-1])
+def test_temporary_name_of_a_state_write_is_never_met_again(make_term, pki, scenario, name):
+    # D19: a write cut short before its rename leaves its temporary. Whoever learns that name
+    # and holds it (here with a directory, which nothing can open for writing) must not stop
+    # the next write: every write takes a name of its own.
+    term, args, written, out = prepared(make_term, pki, scenario)
+    parent = os.path.dirname(name)
+    before = set(os.listdir(term.path(parent)))
+    assert term.run(args, kill_at=("rename", name)).killed
+    left = set(os.listdir(term.path(parent))) - before - {os.path.basename(w) for w in written}
+    assert left, "the cut write left no temporary"
+    for n in left:
+        os.unlink(os.path.join(term.path(parent), n))
+        term.mkdir(f"{parent}/{n}", 0o777, uid=CALLER, gid=CALLER)
+    outcome = run_cmd(term, args)
+    assert outcome.status == 0 and outcome.stdout.endswith(out), outcome
+    st = term.lstat(name)
+    assert stat.S_ISREG(st.st_mode) and st.st_uid == 0
+    assert all(os.listdir(term.path(f"{parent}/{n}")) == [] for n in left)
+
+
 # ---- D20: key files of a caller other than root ------------------------------------------------
 
 @pytest.fixture
@@ -166,21 +190,25 @@ DEVICE_OPEN = ("openat", "/dev/sapi0")
 
 
 @traced
-@pytest.mark.parametrize("target", ["/etc", "/tmp"])
-def test_directory_swapped_for_a_link_after_the_checks_is_not_entered(kt, target):
+@pytest.mark.parametrize("target,swapped", [("/etc", "keys"), ("/tmp", "keys"),
+                                            ("/etc", "keys/new")])
+def test_directory_swapped_for_a_link_after_the_checks_is_not_entered(kt, target, swapped):
     # D20: the walk to the key file's directory follows no link. /etc is a place only root may
-    # write; /tmp lies outside /home/, where no key file may be.
-    keys = kt.path("/home/main-user/keys")
+    # write; /tmp lies outside /home/, where no key file may be. A directory the program has just
+    # made in the caller's own directory is the caller's to swap as well.
+    path = kt.path("/home/main-user/" + swapped)
+    made = swapped != "keys"
     kt.write("/home/main-user/k.tr31", tr31(), uid=CALLER, gid=CALLER)
     outside = sorted(os.listdir(kt.path(target)))
     with kt.traced(["--install-key", "6", "/home/main-user/k.tr31", "/home/main-user/keys/new/"],
-                   DEVICE_OPEN, uid=CALLER) as run:
+                   ("mkdir", "/home/main-user/keys/new") if made else DEVICE_OPEN, after=made,
+                   uid=CALLER) as run:
         run.wait_stopped()
-        os.rename(keys, keys + ".old")
-        os.symlink(target, keys)
+        os.rename(path, path + ".old")
+        os.symlink(target, path)
         r = run.resume()
     assert r.status == 9 and sorted(os.listdir(kt.path(target))) == outside
-    assert caller_owned(kt) == [] and os.listdir(keys + ".old") == []
+    assert caller_owned(kt) == [] and os.listdir(path + ".old") == []
 
 
 @traced
