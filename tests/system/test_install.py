@@ -68,15 +68,17 @@ def test_badly_signed_source_is_deleted_with_the_callers_rights(signers, where, 
 def test_source_swapped_after_its_check_never_installs_unverified_bytes(signers):
     # D6: a caller rewriting the source while the program runs gets the signed bytes or nothing.
     # The swap comes after the source passed its check, as the data file's copy is begun.
+    # (The second file staged is the data file; the first is its signature.)
     good = os.urandom(300_000)
     signers.mkdir("/usr/local/acme", 0o555)
     signers.write("/tmp/src", good, uid=500, gid=500)
     signers.write("/tmp/src.sig", signers.pki.sign(good, "acme"), uid=500, gid=500)
     with signers.traced(["--install", "/tmp/src", "/usr/local/acme/n"],
-                        ("openat", "/usr/local/acme/n.??????"), uid=500) as run:
+                        ("openat", "/usr/local/.staging/??????", 2), uid=500) as run:
         run.wait_stopped()
         signers.write("/tmp/src", bytes(reversed(good)), uid=500, gid=500)
         r = run.resume()
     assert (r.status, r.stdout[-24:]) == (7, b"Signature check failed.\n")
     # Nothing is left in the directory, no temporary above all.
     assert os.listdir(signers.path("/usr/local/acme")) == [] and signers.usr_local_readonly()
+    assert not signers.exists("/usr/local/.staging")
