@@ -44,7 +44,8 @@ CALLS_LOG = "/var/sim/calls.log"
 # set-user-ID launcher at PROGRAM: the emulator and the program lie here, where the program itself
 # never looks.
 EMULATED_DIR = "/var/sim/emulated"
-# Per architecture: the static emulator and the cross tool chain's loader and C and C++ runtime.
+# Per architecture: the static emulator, the cross tool chain's directory of the loader and the C
+# and C++ runtime, and the multiarch name of the architecture's library directory.
 EMULATORS = {"armhf": ("/usr/bin/qemu-arm-static", "/usr/arm-linux-gnueabihf/lib", "arm-linux-gnueabihf")}
 
 
@@ -115,7 +116,6 @@ class Terminal:
         under the user-mode emulator, its other libraries (OpenSSL) taken from sysroot, a tree of
         unpacked packages of that architecture."""
         self.sapi = None
-        self.emulated = emulated
         self.build_dir = os.path.abspath(build_dir)
         self.pki = pki
         self._sim_dir = os.path.join(self.build_dir, "sim")
@@ -212,16 +212,17 @@ class Terminal:
         if arch not in EMULATORS:
             raise ValueError(f"no emulator for {arch}: one of {', '.join(EMULATORS)}")
         emulator, runtime, triplet = EMULATORS[arch]
-        needed = [os.path.join(self._sim_dir, "orvin-sim-qemu"), emulator, runtime,
-                  os.path.join(sysroot or "", "usr/lib", triplet)]
-        for path in needed:
-            if not sysroot or not os.path.exists(path):
+        if sysroot is None:
+            raise ValueError(f"an {arch} run needs a sysroot (tools/cross-test.sh {arch} makes one)")
+        for path in (os.path.join(self._sim_dir, "orvin-sim-qemu"), emulator, runtime,
+                     os.path.join(sysroot, "usr/lib", triplet)):
+            if not os.path.exists(path):
                 raise FileNotFoundError(f"{path} is missing: an {arch} run needs the sim helpers "
                                         f"built, {emulator}, the cross tool chain and a sysroot "
                                         f"(tools/cross-test.sh {arch} makes one)")
 
     def _install_emulated(self, program, arch, sysroot):
-        emulator, runtime, triplet = EMULATORS[arch]
+        emulator = EMULATORS[arch][0]
         self.install_program(os.path.join(self._sim_dir, "orvin-sim-qemu"), PROGRAM)
         self.mkdir(EMULATED_DIR, 0o755)
         self.install_program(program, f"{EMULATED_DIR}/orvin-auth", 0o755)
