@@ -12,16 +12,6 @@ TAIL = bytes(range(256)) * 16 + b"tail"
 BIG_SIZE = GIB4 + len(TAIL)
 
 
-def sparse_file(term, path, size, head=b"", tail=b"", uid=500):
-    """A file of size bytes at a terminal path: head, a hole, then tail as its last bytes."""
-    with open(term.path(path), "wb") as f:
-        f.write(head)
-        f.truncate(size - len(tail))
-        f.seek(size - len(tail))
-        f.write(tail)
-    os.chown(term.path(path), uid, uid)
-
-
 def big_signature(pki, role):
     """The signature of the big file by role. Hashing 4 GiB takes seconds, so it is kept beside
     the test keys, under the name of the key that made it."""
@@ -44,7 +34,7 @@ def big_signature(pki, role):
 
 def test_signed_file_beyond_4_gib_verifies(term):
     provision(term, "acme")
-    sparse_file(term, "/tmp/big", BIG_SIZE, tail=TAIL)
+    term.write_sparse("/tmp/big", BIG_SIZE, tail=TAIL, uid=500, gid=500)
     term.write("/tmp/big.sig", big_signature(term.pki, "acme"), uid=500, gid=500)
     assert run_cmd(term, ["--install-check", "/tmp/big", "/usr/local/acme/"], uid=500,
                    timeout=600) == (0, b"Signed file can be installed.\n")
@@ -57,7 +47,16 @@ def test_key_file_whose_size_wraps_to_a_valid_one_is_refused_by_its_size(make_te
     term.mkdir(SAPI, 0o700)
     give_kbpk(term, 5)
     term.mkdir("/home/app", 0o777)
-    sparse_file(term, "/tmp/k.tr31", GIB4 + len(tr31()), head=tr31())
+    term.write_sparse("/tmp/k.tr31", GIB4 + len(tr31()), head=tr31(), uid=500, gid=500)
     assert run_cmd(term, ["--install-key", "5", "/tmp/k.tr31", "/home/app/"], uid=500) == (
         13, b"Invalid TR-31 file size.\n")
     assert term.sapi.requests() == [] and not term.exists("/home/app/k.tr31")
+
+
+def test_sweep_sees_an_unsigned_file_beyond_4_gib(term):
+    # The walk's own lstat of each entry must not fail on a file this size.
+    term.write_sparse("/usr/local/share/big", GIB4 + 1, tail=b"x")
+    r = run_cmd(term, ["--authenticate"])
+    assert r.status == 0
+    assert b"/usr/local/share/big - data/executable - missing signature - delete\n" in r.stdout
+    assert not term.exists("/usr/local/share/big") and term.usr_local_readonly()
