@@ -17,10 +17,10 @@ sys.path.insert(0, os.path.join(REPO, "sim"))
 from orvin_sim import PKI, Terminal  # noqa: E402
 
 BUILD_DIR = os.path.abspath(os.environ.get("ORVIN_BUILD_DIR", os.path.join(REPO, "build")))
-PROGRAM = os.path.abspath(os.environ.get("ORVIN_PROGRAM", os.path.join(BUILD_DIR, "orvin-auth")))
+PROGRAM = os.path.abspath(os.environ.get("ORVIN_PROGRAM") or os.path.join(BUILD_DIR, "orvin-auth"))
 EMULATED = os.environ.get("ORVIN_EMULATED") or None
-SYSROOT = os.path.abspath(os.environ.get("ORVIN_SYSROOT", os.path.join(os.path.dirname(PROGRAM),
-                                                                       "sysroot")))
+SYSROOT = os.path.abspath(os.environ.get("ORVIN_SYSROOT") or os.path.join(os.path.dirname(PROGRAM),
+                                                                        "sysroot"))
 
 
 def not_emulated(reason):
