@@ -119,9 +119,9 @@ Result<StateBytes> state_file_read(const std::string& path) {
     if (!is_state_file(st)) {
         return StateBytes{};
     }
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(st.st_size));
-    if (read_full(fd.get(), bytes.data(), bytes.size()) != bytes.size()) {
+    std::optional<std::vector<std::uint8_t>> bytes = read_whole(fd.get(), st.st_size);
+    if (!bytes) {
         return ST_FAILURE;
     }
-    return StateBytes{std::move(bytes)};
+    return StateBytes{std::move(*bytes)};
 }

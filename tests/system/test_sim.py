@@ -5,6 +5,7 @@ import os
 
 import pytest
 
+from conftest import EMULATED
 from helpers import provision, signed_file, traced
 
 
@@ -21,6 +22,16 @@ def test_terminal_is_private_and_its_usr_local_really_read_only(term):
     assert e.value.errno == errno.EROFS
     with term._writable(term.path("/usr/local")):
         assert not term.usr_local_readonly()
+
+
+@pytest.mark.skipif(EMULATED != "armhf", reason="only an armhf run installs the armhf program")
+def test_armhf_run_starts_the_armhf_program_set_user_id(term):
+    # A run that silently installed the native program would pass every test and show nothing.
+    header = term.read("/var/sim/emulated/orvin-auth")[:20]
+    assert header[:5] == b"\x7fELF\x01" and int.from_bytes(header[18:20], "little") == 40  # ARM
+    st = term.lstat("/usr/sbin/orvin-auth")
+    assert (st.st_uid, st.st_mode & 0o4000) == (0, 0o4000)
+    assert term.run([], uid=500).stdout.startswith(b"\nOrvin Authentication and Installation Tool.\n")
 
 
 def test_paths_never_leave_the_terminal(term):
