@@ -18,6 +18,7 @@
 #include "base/fd.hpp"
 #include "base/ossl.hpp"
 #include "base/paths.hpp"
+#include "base/run_lock.hpp"
 #include "base/shared.hpp"
 #include "certs/cert_user.hpp"
 #include "system/osfs.hpp"
@@ -108,6 +109,9 @@ std::string cert_destination(const std::string& path) {
 }
 
 Result<std::string> cert_install_verify(const char* path, const X509* cert) {
+    // The offered certificate has been read and verified; what the store holds now decides the
+    // install that follows, and no other run may change it in between (D22).
+    shared_work();
     const std::string destination = cert_destination(path);
     if (caller_access(destination.c_str(), F_OK)) {
         std::printf("Destination certificate already exists: %s\n", destination.c_str());

@@ -1,21 +1,17 @@
-// A clean start for every run, whatever state the caller left the process in (D4, D5), and one
-// run at a time (D22).
+// A clean start for every run, whatever state the caller left the process in (D4, D5).
 #include "front/process.hpp"
 
 #include <fcntl.h>
 #include <linux/close_range.h>
-#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
-#include "base/caller.hpp"
 #include "base/output.hpp"
 #include "base/paths.hpp"
 
@@ -131,19 +127,4 @@ void process_harden() {
     reset_signals();
     reset_environment();
     output_hold();
-}
-
-UniqueFd process_lock_run() {
-    // Only root can reach a 0600 root file, so no caller can hold the lock and stall every later
-    // run; anything else found at the name (planted or not ours) is not trusted with the job.
-    UniqueFd fd(open(paths::run_lock, O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                     S_IRUSR | S_IWUSR));
-    struct stat st {};
-    if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ids::root ||
-        (st.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        return {};
-    }
-    while (flock(fd.get(), LOCK_EX) != 0 && errno == EINTR) {
-    }
-    return fd;
 }
