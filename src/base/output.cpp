@@ -23,8 +23,8 @@ struct ErrorPiece {
     std::string bytes;
 };
 
-// Plain values where they can be: the exit handler that writes them runs after static objects
-// may be gone. The pieces vector is only ever grown while the program runs.
+// Plain values, and pieces on the heap that are never destroyed: the exit handler that writes
+// them runs after static objects may be gone.
 char* held = nullptr;
 std::size_t held_size = 0;
 std::size_t written = 0;

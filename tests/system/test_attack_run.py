@@ -297,9 +297,11 @@ def stuck(acme):
     (["--install", "/tmp/huge", "/usr/local/acme/"], 1000),
     (["--install-cert-check", "/tmp/huge"], 1000),
     (["--install-cert", "/tmp/huge"], 1000),
+    (["--install-image-check", "/tmp/huge"], 500),
     (["--install-image", "/tmp/huge"], 500),
     (["--update-os", "/tmp/huge"], 500),
     (["--install-kbpk-check", "1", "/tmp/huge"], 500),
+    (["--install-kbpk", "1", "/tmp/huge"], 500),
     (["--update-kbpk-pci-pin", "5", "/tmp/huge"], 500),
 ], ids=lambda v: v[0] if isinstance(v, list) else None)
 def test_file_of_exabytes_being_read_never_keeps_a_startup_run_waiting(acme, stuck, args, uid):
@@ -330,7 +332,7 @@ def unread_pipe(full):
     (["--wipe"], True, None),  # the reboot comes last, after the output
     (["--mount-msd"], False, "fsck.vfat"),  # room for our lines, not for the tool's
     (["--umount-msd"], False, "umount"),
-])
+], ids=["umount-full", "mount-full", "wipe-full", "mount-chatty-fsck", "umount-chatty-umount"])
 def test_output_pipe_nobody_reads_never_keeps_a_startup_run_waiting(acme, stuck, args, full,
                                                                      chatty):
     # D22: nothing reaches the caller's descriptors while the lock is held, and a tool writes
@@ -395,7 +397,7 @@ def test_kbpk_installed_by_another_run_meanwhile_is_not_installed_over(make_term
     (["--mount-msd"], "exit 1", {"fsck.vfat": (b"dirty\n", b"fsck: 1 error\n"),
                                  "mount": (b"mounted\n", b"")}, 99,
      b"dirty\ndirty\nmounted\n", b"fsck: 1 error\nfsck: 1 error\n"),
-])
+], ids=["wipe", "mount-msd"])
 def test_tools_read_nothing_of_the_caller_and_speak_after_the_program(acme, args, fsck, said,
                                                                        status, out, err):
     # D22: a tool's input is /dev/null, and what it prints comes through the program's pipes,
