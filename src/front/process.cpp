@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -104,6 +105,24 @@ void reset_signals() {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+// What the caller's scheduling was (the lowest priority, the idle class, one CPU shared with its
+// own busy processes, idle disk access) would stretch every step of the run, and while the run
+// holds the lock, every other run's wait too (D22). The run gets the ordinary share.
+void reset_scheduling() {
+    const sched_param ordinary{};
+    (void)sched_setscheduler(0, SCHED_OTHER, &ordinary);
+    (void)setpriority(PRIO_PROCESS, 0, 0);
+    cpu_set_t every_cpu;
+    CPU_ZERO(&every_cpu);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        CPU_SET(cpu, &every_cpu);
+    }
+    (void)sched_setaffinity(0, sizeof every_cpu, &every_cpu);
+    // Class "none": disk access follows the CPU priority just set.
+    constexpr int ioprio_who_process = 1;
+    (void)syscall(SYS_ioprio_set, ioprio_who_process, 0, 0);
+}
+
 void reset_environment() {
     clearenv();
     (void)setenv("PATH", paths::child_path, 1);
@@ -125,6 +144,7 @@ void process_harden() {
     umask(022);
     (void)prctl(PR_SET_DUMPABLE, 0);
     reset_signals();
+    reset_scheduling();
     reset_environment();
     output_hold();
 }

@@ -317,6 +317,29 @@ def test_file_of_exabytes_being_read_never_keeps_a_startup_run_waiting(acme, stu
     assert child.poll() is None  # still reading, as it may
 
 
+def test_callers_scheduling_does_not_stretch_the_run(acme, stuck):
+    # D22: the lowest priority, the idle class and a single CPU, all inherited through exec, would
+    # slow every step of a run that holds the lock; the run takes the ordinary share.
+    acme.write("/tmp/huge", b"", 0o644, 1000, 1000)
+    os.truncate(acme.path("/tmp/huge"), EXABYTES)
+    acme.write("/tmp/huge.sig", os.urandom(256), 0o644, 1000, 1000)
+    cpus = os.sched_getaffinity(0)
+    try:
+        os.sched_setaffinity(0, {min(cpus)})
+        os.sched_setscheduler(0, os.SCHED_IDLE, os.sched_param(0))
+        os.setpriority(os.PRIO_PROCESS, 0, 19)
+        child = stuck(["--install-check", "/tmp/huge", "/usr/local/acme/"], 1000)
+    finally:
+        os.setpriority(os.PRIO_PROCESS, 0, 0)
+        os.sched_setscheduler(0, os.SCHED_OTHER, os.sched_param(0))
+        os.sched_setaffinity(0, cpus)
+    wait_for(lambda: open_fd(child.pid, acme.path("/tmp/huge")) is not None)
+    with open(f"/proc/{child.pid}/stat") as f:
+        fields = f.read().rsplit(")", 1)[1].split()
+    nice, policy = int(fields[16]), int(fields[38])
+    assert (nice, policy, os.sched_getaffinity(child.pid)) == (0, os.SCHED_OTHER, cpus)
+
+
 def unread_pipe(full):
     """An output pipe of one page that nobody reads: full already, or with room for our lines."""
     r, w = os.pipe()
