@@ -16,13 +16,19 @@ namespace {
 
 constexpr const char* program_name = "orvin-auth";
 
-bool limits_lifted = false;
+// Constant-initialised, so no initialiser resets what lift_limits_first found.
+enum class Limits { untouched, lifted, too_low };
+Limits limits = Limits::untouched;
+
+Limits lift_limits() {
+    return process_lift_limits() ? Limits::lifted : Limits::too_low;
+}
 
 // Runs before every initialiser of the program and of the libraries it links (the C++ runtime,
 // libcrypto), so none of them can fail under a limit the caller left (D4). Nothing here may
 // allocate or throw.
 void lift_limits_first(int /*argc*/, char** /*argv*/, char** /*envp*/) {
-    limits_lifted = process_lift_limits();
+    limits = lift_limits();
 }
 
 using PreinitFunction = void (*)(int, char**, char**);
@@ -55,10 +61,15 @@ ExitStatus run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A C library that runs no .preinit_array leaves the limits to be lifted here, late but still
+    // before anything of the run.
+    if (limits == Limits::untouched) {
+        limits = lift_limits();
+    }
     caller_record();
     caller_become_root();
     process_harden();
-    if (!limits_lifted) {
+    if (limits != Limits::lifted) {
         // Better no run than one that the caller's limits break half way (D4).
         std::puts("FATAL: Failed to set resource limits.");
         return ST_FAILURE;
