@@ -19,6 +19,7 @@
 #include "base/ossl.hpp"
 #include "base/path_rules.hpp"
 #include "base/paths.hpp"
+#include "base/run_lock.hpp"
 #include "base/shared.hpp"
 #include "certs/cert_user.hpp"
 #include "system/osfs.hpp"
@@ -109,6 +110,9 @@ std::string cert_destination(const std::string& path) {
 }
 
 Result<std::string> cert_install_verify(const char* path, const X509* cert) {
+    // The offered certificate has been read and verified; what the store holds now decides the
+    // install that follows, and no other run may change it in between (D22).
+    shared_work();
     const std::string destination = cert_destination(path);
     if (ExitStatus st = dest_text_verify(destination.c_str(), destination); st != ST_OK) {
         return st;

@@ -53,18 +53,19 @@ bool create_directories(std::string existing, const std::string& remainder) {
     return true;
 }
 
-// The data file, copied from the one descriptor it is digested from, given its owner and mode, and
-// made visible only while its bytes still carry the signature already in place (D6).
-ExitStatus place_data_file(const char* source, const std::string& full, mode_t source_mode,
+// The data file, copied from the descriptor that was verified and digested again as it is
+// copied, given its owner and mode, and made visible only while its bytes still carry the
+// signature already in place (D6).
+ExitStatus place_data_file(const CallerFile& source, const std::string& full,
                            const std::optional<gid_t>& group, const Result<Signer>& signer) {
     StagedFile data_file;
-    const Result<Digest> digest = copy_into(source, full, data_file);
+    const Result<Digest> digest = copy_held(source, full, data_file);
     if (!digest.ok()) {
         return digest.status();
     }
     // Permission bits only: a signed program never becomes a set-user-ID root one (D16).
     if (ExitStatus st =
-            set_owner_and_mode(data_file, group, (source_mode & 0777) | installed_data_add);
+            set_owner_and_mode(data_file, group, (source.mode & 0777) | installed_data_add);
         st != ST_OK) {
         return st;
     }
@@ -81,8 +82,11 @@ ExitStatus place_data_file(const char* source, const std::string& full, mode_t s
 }  // namespace
 
 // Installs the pair for the signer that file_verify found: the signature bytes it verified and a
-// copy of the data that must still carry them (D6, D17).
-ExitStatus file_install(const char* source, const char* dest, const Result<Signer>& signer) {
+// copy of the data, from the file it held, that must still carry them (D6, D17). Nothing of the
+// caller's is looked up again: the copy reads no more than was verified, inside the writable
+// window and under the run lock (D22).
+ExitStatus file_install(const char* source, const char* dest, const Result<Signer>& signer,
+                        const CallerFile& held) {
     const std::string& cn = signer->cn;
     const std::string d(dest);
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
@@ -98,10 +102,6 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
     const Result<std::optional<gid_t>> group = app_group_for(cn);
     if (!group.ok()) {
         return group.status();
-    }
-    const Result<struct stat> src = caller_lstat(source);
-    if (!src.ok()) {
-        return src.status();
     }
 
     OsfsWritable writable;
@@ -130,7 +130,7 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
     }
     std::printf("Signature installed: %s\n", full_sig.c_str());
 
-    if (ExitStatus st = place_data_file(source, full, src->st_mode, *group, signer); st != ST_OK) {
+    if (ExitStatus st = place_data_file(held, full, *group, signer); st != ST_OK) {
         unlink(full_sig.c_str());
         return st;
     }
@@ -139,14 +139,15 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
 }
 
 ExitStatus cmd_file_install(int /*argc*/, char** argv) {
-    Result<Signer> signer = file_verify_or_reject(argv[2]);
+    CallerFile held;
+    Result<Signer> signer = file_verify(argv[2], held);
     if (!signer.ok()) {
-        return signer.status();
+        return reject_on_bad_signature(signer.status(), argv[2]);
     }
     if (ExitStatus st = file_install_verify(argv[2], argv[3], signer->cn); st != ST_OK) {
         return st;
     }
-    if (ExitStatus st = file_install(argv[2], argv[3], signer); st != ST_OK) {
+    if (ExitStatus st = file_install(argv[2], argv[3], signer, held); st != ST_OK) {
         // Bytes that changed under us after the check are as good as badly signed (D6).
         return reject_on_bad_signature(st, argv[2]);
     }

@@ -16,6 +16,7 @@
 #include "base/caller.hpp"
 #include "base/path_rules.hpp"
 #include "base/paths.hpp"
+#include "base/run_lock.hpp"
 #include "base/shared.hpp"
 #include "install/handlers.hpp"
 #include "verify/signature.hpp"
@@ -61,6 +62,9 @@ Result<NamedEntry> hold_parent(const char* path) {
 }  // namespace
 
 ExitStatus file_install_verify(const char* source, const char* dest, const std::string& cn) {
+    // What /usr/local/ holds now decides the install that follows: no other run may change it in
+    // between (D22). The offered file has been verified by now.
+    shared_work();
     const std::string d(dest);
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
         return st;
@@ -124,6 +128,9 @@ Result<NamedEntry> file_access_verify(const char* path) {
     if (!held.ok()) {
         return held.status();
     }
+    // The caller's path is resolved; from here on the entry held is judged for the change that
+    // follows, and no other run may change it in between (D22).
+    shared_work();
     NamedEntry& entry = held.value();
     const std::string location = entry.dir_path + entry.name;
     if (!starts_with(location, paths::usr_local)) {

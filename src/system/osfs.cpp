@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "base/paths.hpp"
+#include "base/run_lock.hpp"
 
 namespace {
 
@@ -17,6 +18,8 @@ constexpr unsigned long readonly_flags = mount_magic | MS_REMOUNT | MS_RDONLY;
 static_assert(writable_flags == 0xC0ED0020UL && readonly_flags == 0xC0ED0021UL);
 
 bool remount(unsigned long flags) {
+    // The mode of /usr/local/ belongs to every run (D22).
+    shared_work();
     // Whatever was written must reach the flash before its mode changes.
     sync();
     return mount(paths::osfs_device, paths::usr_local, paths::osfs_type, flags, "") == 0;

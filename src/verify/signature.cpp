@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include <openssl/err.h>
@@ -319,7 +320,9 @@ void signer_cache_forget() { signer_cache() = SignerCache{}; }
 
 namespace {
 
-Result<Signer> verify_signed_file(const char* path, const Signature& sig, OpenAs who) {
+// held, when given, keeps the file that verified.
+Result<Signer> verify_signed_file(const char* path, const Signature& sig, OpenAs who,
+                                  CallerFile* held = nullptr) {
     Result<CallerFile> file = caller_open_to_verify(path, nullptr, who);
     if (!file.ok()) {
         return file.status();
@@ -329,8 +332,11 @@ Result<Signer> verify_signed_file(const char* path, const Signature& sig, OpenAs
     if (!digest.ok()) {
         return digest.status();
     }
-    file->fd.reset();
-    return sig_find_signer(*digest, sig);
+    Result<Signer> signer = sig_find_signer(*digest, sig);
+    if (signer.ok() && held != nullptr) {
+        *held = std::move(file.value());
+    }
+    return signer;
 }
 
 }  // namespace
@@ -353,11 +359,20 @@ ExitStatus file_sig_verify_opened(const char* path, int sig_fd, OpenAs who) {
 }
 
 Result<Signer> file_verify(const char* path) {
+    CallerFile unused;
+    return file_verify(path, unused);
+}
+
+Result<Signer> file_verify(const char* path, CallerFile& held) {
     if (!caller_access(path, F_OK)) {
         std::printf("Invalid file: %s\n", path);
         return ST_BAD_ARGUMENT;
     }
-    return sig_verify(path);
+    const Result<Signature> sig = sig_read(std::string(path) + ".sig");
+    if (!sig.ok()) {
+        return sig.status();
+    }
+    return verify_signed_file(path, *sig, OpenAs::caller, &held);
 }
 
 ExitStatus file_sig_verify(const char* path, OpenAs who) {

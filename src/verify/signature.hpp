@@ -35,6 +35,12 @@ struct Signer {
 // As sig_verify, after "Invalid file: %s\n" and 1 for a path that does not exist.
 [[nodiscard]] Result<Signer> file_verify(const char* path);
 
+// As file_verify, and a file that verified stays held in held: the descriptor it was digested
+// from, with the size and mode it had then. What is installed is copied from there (D6), so
+// nothing the caller does to the name afterwards, such as a swap for a sparse file of exabytes,
+// is ever read.
+[[nodiscard]] Result<Signer> file_verify(const char* path, CallerFile& held);
+
 // As sig_verify, for callers that only need the verdict.
 [[nodiscard]] ExitStatus file_sig_verify(const char* path, OpenAs who = OpenAs::caller);
 
