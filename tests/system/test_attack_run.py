@@ -243,6 +243,13 @@ def test_image_swapped_for_another_size_after_its_checks_is_never_flashed(acme):
     assert acme.calls("/usr/bin/nandwrite") == [] and not acme.exists("/var/sim/nand/mtd4")
 
 
+# ---- D22: nothing the caller controls keeps the run lock held --------------------------------
+
+EXABYTES = 1 << 62
+ROOTS_TURN = 15  # seconds a start-up run may take while a caller's run is stuck
+PAGE = 4096
+
+
 def open_fd(pid, host_path):
     """The descriptor number by which process pid holds host_path, or None."""
     try:
