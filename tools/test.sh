@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Builds orvin-auth and runs every test: unit and system tests with the production build and under
 # AddressSanitizer and UBSan, the unit tests of g++ and clang Release builds, the manual page, a
-# reproducibility check, the Debian package, the workstation terminal, the armhf cross build with
-# its unit tests and the whole system test suite run against it under qemu, clang-tidy and a quick
-# run of the benchmark.
+# reproducibility check, a build of the program alone, the native and armhf Debian packages, the
+# workstation terminal, the armhf cross build with its unit tests and the whole system test suite
+# run against it under qemu, clang-tidy and a quick run of the benchmark.
 # Every build treats warnings as errors. Run as root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
