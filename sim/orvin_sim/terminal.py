@@ -160,8 +160,11 @@ class Terminal:
         mounts.mount("/proc", self.path("/var/sim/proc"), None, mounts.MS_BIND | mounts.MS_REC)
         for entry in ("self", "thread-self", "sys"):
             self.symlink(f"/var/sim/proc/{entry}", f"/proc/{entry}")
-        self.write("/dev/null", b"", 0o666)
-        mounts.mount("/dev/null", self.path("/dev/null"), None, mounts.MS_BIND)
+        # The C library of a set-user-ID program puts /dev/full on a closed descriptor 0 and
+        # /dev/null on 1 and 2, and stops if they are not the real devices.
+        for dev in ("/dev/null", "/dev/full"):
+            self.write(dev, b"", 0o666)
+            mounts.mount(dev, self.path(dev), None, mounts.MS_BIND)
 
         mounts.mount("tmpfs", self.path("/usr/local"), "tmpfs", 0, "mode=0755")
         self.mkdir("/usr/local/share/certs", 0o755)

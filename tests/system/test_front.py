@@ -50,11 +50,12 @@ def test_caller_rules_judge_the_recorded_caller(term, args, uid, allowed):
         assert (r.status, r.stdout) == (6, BANNER + b"Access denied.\n")
 
 
-def test_closed_standard_descriptors_are_reopened(term):
+@pytest.mark.parametrize("uid", [0, 1000])
+def test_closed_standard_descriptors_are_reopened(term, uid):
     # D4: with 0 to 2 closed, files the program opens must not become its output.
-    signed_file(term, "/tmp/app", "acme")
+    signed_file(term, "/tmp/app", "acme", uid=uid, gid=uid)
     provision(term, "acme")
-    r = term.run(["--install-check", "/tmp/app", "/usr/local/acme/"], close_fds=(0, 1, 2))
+    r = term.run(["--install-check", "/tmp/app", "/usr/local/acme/"], close_fds=(0, 1, 2), uid=uid)
     assert r.status == 0 and term.read("/tmp/app") == b"payload\n"
 
 
