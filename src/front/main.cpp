@@ -18,11 +18,12 @@ constexpr const char* program_name = "orvin-auth";
 ExitStatus run(int argc, char** argv) {
     openlog(program_name, 0, LOG_LOCAL0);
     std::puts("\nOrvin Authentication and Installation Tool.");
-    if (ExitStatus st = consistency_check(); st != ST_OK) {
-        return st;
+    Result<ChainStore> chains = consistency_check();
+    if (!chains.ok()) {
+        return chains.status();
     }
     if (const CommandEntry* row = find_command(argc, argv)) {
-        return row->handler(argc, argv);
+        return row->run(*chains, argv + 2);
     }
     // An empty program name is what the kernel makes of an empty argument vector (D4).
     print_usage(argv[0][0] != '\0' ? argv[0] : program_name);
