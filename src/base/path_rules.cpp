@@ -13,10 +13,6 @@
 #include "base/owners.hpp"
 #include "base/shared.hpp"
 
-namespace {
-
-}  // namespace
-
 std::optional<std::string> resolve_path(const std::string& path) {
     MallocPtr r(realpath(path.c_str(), nullptr));
     if (!r) {

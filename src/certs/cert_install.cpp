@@ -21,6 +21,7 @@
 #include "base/shared.hpp"
 #include "base/trust_anchor.hpp"
 #include "certs/cert_user.hpp"
+#include "certs/handlers.hpp"
 #include "system/osfs.hpp"
 #include "system/staged_file.hpp"
 #include "verify/cert_chain.hpp"

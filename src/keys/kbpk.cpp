@@ -13,6 +13,7 @@
 #include "base/caller.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
+#include "base/ossl.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
 #include "base/trust_anchor.hpp"
@@ -65,7 +66,7 @@ ExitStatus kbpk_bytes_signed(Signers& signers, const char* path, const KbpkFile&
     sha.update(bytes.data(), bytes.size());
     const std::optional<Digest> digest = sha.final();
     if (!digest) {
-        std::puts("FATAL: OpenSSL failure.");
+        openssl_failure();
         return ST_FAILURE;
     }
     const Result<Signer> signer = signers.find(*digest, *sig);

@@ -222,10 +222,6 @@ ExitStatus key_install_checks(const char* source, const char* dest) {
 
 }  // namespace
 
-std::string key_install_target(const std::string& source, const std::string& dest) {
-    return install_full_path(source, dest);
-}
-
 ExitStatus key_install_verify(const char* source, const char* dest) {
     const std::string d(dest);
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
@@ -234,7 +230,7 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
     if (!starts_with(d, paths::home_prefix)) {
         return invalid_destination(dest);
     }
-    const std::string target = key_install_target(source, d);
+    const std::string target = install_full_path(source, d);
     if (path_has_bad_component(target) || !path_stays_inside(target, paths::home_prefix)) {
         return invalid_destination(dest);
     }
@@ -254,7 +250,7 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
         return st;
     }
-    const std::string target = key_install_target(source, d);
+    const std::string target = install_full_path(source, d);
     const std::optional<KeyPlace> place = key_place(target);
     if (!place) {
         return ST_FAILURE;

@@ -7,6 +7,9 @@
 
 // Readers never see the file half written; if it is never published, the temporary name goes.
 // The temporary name is created exclusively, so nothing planted there can redirect the write.
+// There is no fsync: under "/usr/local/" the remount to read-only that ends every writable window
+// writes the file system out, and a snapshot in the run's private directory is read back only by
+// the same run.
 class StagedFile {
 public:
     explicit StagedFile(const std::string& final_path);

@@ -34,7 +34,7 @@ Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failur
                              const BlockCopy& copy) {
     Sha256 sha;
     if (!sha.ok()) {
-        std::puts("FATAL: OpenSSL failure.");
+        openssl_failure();
         return ST_FAILURE;
     }
     bool copied = true;
@@ -56,7 +56,7 @@ Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failur
     // A digest that failed on a block stays failed, so its final answer covers that block too.
     const std::optional<Digest> digest = sha.final();
     if (!digest) {
-        std::puts("FATAL: OpenSSL failure.");
+        openssl_failure();
         return ST_FAILURE;
     }
     return *digest;

@@ -98,20 +98,23 @@ bool verifies(EVP_PKEY_CTX* verifier, const Digest& digest, const Signature& sig
     return ok;
 }
 
-// The message of a candidate that cannot take part in a search; nullptr for one that can.
-const char* read_failure(Read read) {
+// Prints why a candidate cannot take part in a search; false for one that can.
+bool report_read_failure(Read read) {
     switch (read) {
         case Read::unread:
         case Read::open_failed:
-            return "Failed to open certificate file.";
+            std::puts("Failed to open certificate file.");
+            return true;
         case Read::read_failed:
-            return "Failed to read certificate file.";
+            std::puts("Failed to read certificate file.");
+            return true;
         case Read::no_key:
-            return "FATAL: OpenSSL failure.";
+            openssl_failure();
+            return true;
         case Read::ok:
             break;
     }
-    return nullptr;
+    return false;
 }
 
 enum class Match { yes, no, failed, unlisted };
@@ -172,8 +175,7 @@ Search Signers::State::try_candidate(Candidate& c, const Digest& digest, const S
             in_order = true;
         }
     }
-    if (const char* failure = read_failure(c.read)) {
-        std::puts(failure);
+    if (report_read_failure(c.read)) {
         return {Match::failed};
     }
     if (!verifies(c.verifier.get(), digest, sig)) {
@@ -252,7 +254,7 @@ Result<Signer> Signers::find(const Digest& digest, const Signature& sig) {
     EVP_PKEY* key = X509_get0_pubkey(signer.cert.get());
     if (key == nullptr || EVP_PKEY_up_ref(key) != 1) {
         ERR_clear_error();
-        std::puts("FATAL: OpenSSL failure.");
+        openssl_failure();
         return ST_FAILURE;
     }
     return Signer(**signer.cn, sig, EvpPkeyPtr(key));
