@@ -167,21 +167,37 @@ struct ChosenStore {
     std::array<bool, intermediate_count> refused{};
 };
 
-// The store for anchor with the joining intermediates added. A failed build prints its message and
-// is not kept; an intermediate the store refuses is reported when the verification reaches it.
-Result<ChosenStore> store_for(AnchorStore& slot, const char* anchor, const Joined& joined) {
+// The certificates of the intermediates that join a store: present, read and with their own name.
+std::array<const X509*, intermediate_count> joining(const Joined& joined) {
     std::array<const X509*, intermediate_count> wanted{};
     for (std::size_t k = 0; k < intermediate_count; ++k) {
         if (joined[k] != nullptr && joined[k]->joins) {
             wanted[k] = joined[k]->cert.get();
         }
     }
-    bool same = slot.store && slot.anchor == anchor;
-    for (std::size_t k = 0; same && k < intermediate_count; ++k) {
-        same = slot.added[k].get() == wanted[k];
+    return wanted;
+}
+
+// Whether slot already holds the store for anchor with exactly these intermediates.
+bool holds(const AnchorStore& slot, const char* anchor,
+           const std::array<const X509*, intermediate_count>& wanted) {
+    if (!slot.store || slot.anchor != anchor) {
+        return false;
     }
+    for (std::size_t k = 0; k < intermediate_count; ++k) {
+        if (slot.added[k].get() != wanted[k]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The store for anchor with the joining intermediates added. A failed build prints its message and
+// is not kept; an intermediate the store refuses is reported when the verification reaches it.
+Result<ChosenStore> store_for(AnchorStore& slot, const char* anchor, const Joined& joined) {
+    const std::array<const X509*, intermediate_count> wanted = joining(joined);
     ChosenStore chosen;
-    if (same) {
+    if (holds(slot, anchor, wanted)) {
         chosen.store = slot.store.get();
         return chosen;
     }
