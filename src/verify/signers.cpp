@@ -140,8 +140,8 @@ struct Signers::State {
     void list(const char* dir, const char* skip, Listing& listing);
     Search try_candidate(Candidate& c, const Digest& digest, const Signature& sig);
     Search search_dir(const char* dir, const char* skip, Listing& listing, const Digest& digest,
-                      const Signature& sig);
-    Search search_in_order(const Digest& digest, const Signature& sig);
+                      const Signature& sig, const Candidate* tried);
+    Search search_in_order(const Digest& digest, const Signature& sig, const Candidate* tried);
 };
 
 // Lists dir; "skip" names an extra entry to pass over. A candidate already read keeps its reading.
@@ -184,8 +184,10 @@ Search Signers::State::try_candidate(Candidate& c, const Digest& digest, const S
     return {Match::yes, &c};
 }
 
+// A candidate already tried on this signature (read, and not verifying it) is passed over.
 Search Signers::State::search_dir(const char* dir, const char* skip, Listing& listing,
-                                  const Digest& digest, const Signature& sig) {
+                                  const Digest& digest, const Signature& sig,
+                                  const Candidate* tried) {
     if (!listing.listed) {
         list(dir, skip, listing);
     }
@@ -194,6 +196,9 @@ Search Signers::State::search_dir(const char* dir, const char* skip, Listing& li
         return {Match::unlisted};
     }
     for (Candidate& c : *listing.entries) {
+        if (&c == tried) {
+            continue;
+        }
         const Search s = try_candidate(c, digest, sig);
         if (s.match != Match::no) {
             return s;
@@ -202,13 +207,14 @@ Search Signers::State::search_dir(const char* dir, const char* skip, Listing& li
     return {Match::no};
 }
 
-Search Signers::State::search_in_order(const Digest& digest, const Signature& sig) {
+Search Signers::State::search_in_order(const Digest& digest, const Signature& sig,
+                                       const Candidate* tried) {
     // The certificate store is searched first, so an installed signer wins over a system one.
-    const Search s = search_dir(paths::cert_store, nullptr, store, digest, sig);
+    const Search s = search_dir(paths::cert_store, nullptr, store, digest, sig, tried);
     if (s.match != Match::no) {
         return s.match == Match::unlisted ? Search{Match::failed} : s;
     }
-    return search_dir(paths::ssl_dir, paths::ssl_bundle_name, system, digest, sig);
+    return search_dir(paths::ssl_dir, paths::ssl_bundle_name, system, digest, sig, tried);
 }
 
 Signer::Signer(std::string role, const Signature& bytes, EvpPkeyPtr key)
@@ -225,11 +231,12 @@ Signers::~Signers() = default;
 
 Result<Signer> Signers::find(const Digest& digest, const Signature& sig) {
     State& s = *state_;
+    const Candidate* tried = s.in_order ? nullptr : s.last;
     Search found{Match::no};
-    if (!s.in_order && s.last != nullptr && verifies(s.last->verifier.get(), digest, sig)) {
+    if (tried != nullptr && verifies(tried->verifier.get(), digest, sig)) {
         found = {Match::yes, s.last};
     } else {
-        found = s.search_in_order(digest, sig);
+        found = s.search_in_order(digest, sig, tried);
     }
     switch (found.match) {
         case Match::failed:
