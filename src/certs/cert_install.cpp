@@ -143,7 +143,6 @@ ExitStatus cert_install(const char* path, const X509* cert) {
     }
     OsfsWritable writable;
     if (!writable.ok()) {
-        std::fputs("FATAL: Internal filesystem call failed.", stdout);
         return ST_FAILURE;
     }
     return write_store_file(destination, cert, *group);

@@ -104,7 +104,6 @@ ExitStatus file_install(const char* source, const char* dest, const Signer& sign
 
     OsfsWritable writable;
     if (!writable.ok()) {
-        std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
     if (!create_directories(parts->existing, parts->rest)) {
@@ -162,7 +161,6 @@ ExitStatus cmd_file_remove(const char* path) {
     const std::string sig = entry->name + ".sig";
     OsfsWritable writable;
     if (!writable.ok()) {
-        std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
     // Certificates have no signature; for signed files the signature goes first so that a file
@@ -189,7 +187,6 @@ ExitStatus cmd_file_rename(const char* path, const char* new_path) {
     const std::string new_name = base_name(new_path);
     OsfsWritable writable;
     if (!writable.ok()) {
-        std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
     if (!entry->is_cert &&

@@ -29,7 +29,8 @@ WalkStep ftw_delete_files(const char* path, const struct stat* /*st*/, int type)
 }  // namespace
 
 ExitStatus file_unlink(const char* path) {
-    OsfsWritable writable;
+    // The callers tell which deletion failed.
+    OsfsWritable writable(UnlockFailure::silent);
     if (!writable.ok()) {
         return ST_FAILURE;
     }
