@@ -110,3 +110,19 @@ def test_link_is_changed_as_a_link_while_a_directory_of_its_path_flips(installed
             assert all(t.lstat(p) for p in args)  # the link under its new name
         else:
             assert not calm and r.status in (6, 9) and all(t.exists(p) for p in gone), r.stdout
+
+
+@pytest.mark.parametrize("args", [
+    ["--remove", "/usr/local/app/roots"],
+    ["--rename", "/usr/local/app/roots", "/usr/local/app/other"],
+    ["--install", "/tmp/tool", "/usr/local/acme/"],
+])
+def test_failed_unlock_is_told_once_and_changes_nothing(installed, args):
+    installed.write("/tmp/tool", b"tool\n")
+    installed.sign("/tmp/tool", "acme")
+    installed.break_remount()
+    before = sorted(os.listdir(installed.path("/usr/local/app")))
+    assert run_cmd(installed, args) == (9, b"FATAL: Internal filesystem call failed.")
+    assert sorted(os.listdir(installed.path("/usr/local/app"))) == before
+    assert not installed.exists("/usr/local/acme")
+    assert installed.exists("/tmp/tool") and installed.exists("/tmp/tool.sig")
