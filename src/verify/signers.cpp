@@ -15,7 +15,9 @@
 #include <openssl/pem.h>
 
 #include "base/dir_entries.hpp"
+#include "base/path_rules.hpp"
 #include "base/paths.hpp"
+#include "base/shared.hpp"
 #include "verify/x509_name.hpp"
 
 namespace {
@@ -124,6 +126,22 @@ struct Search {
     Match match;
     Candidate* signer = nullptr;
 };
+
+// Whether path may have been one of the candidates: its directory is, or leads to, the store or
+// "/usr/ssl/" (the sweep walks links, so a candidate can be deleted under another name).
+bool may_be_candidate(const std::string& path) {
+    const std::optional<std::string> dir = resolve_path(dir_part(path));
+    if (!dir) {
+        return true;
+    }
+    for (const char* candidates : {paths::cert_store, paths::ssl_dir}) {
+        const std::optional<std::string> real = resolve_path(candidates);
+        if (!real || *real == *dir) {
+            return true;
+        }
+    }
+    return false;
+}
 
 }  // namespace
 
@@ -267,7 +285,10 @@ Result<Signer> Signers::find(const Digest& digest, const Signature& sig) {
     return Signer(**signer.cn, sig, EvpPkeyPtr(key));
 }
 
-void Signers::deleted() {
+void Signers::deleted(const std::string& path) {
+    if (!may_be_candidate(path)) {
+        return;
+    }
     State& s = *state_;
     for (Listing* listing : {&s.store, &s.system}) {
         if (listing->entries) {

@@ -52,8 +52,8 @@ public:
     // with a public exponent of at least 3.
     [[nodiscard]] Result<Signer> find(const Digest& digest, const Signature& sig);
 
-    // The command deleted a file that may have been a candidate: the next search lists again.
-    void deleted();
+    // The command deleted path: when it may have been a candidate, the next search lists again.
+    void deleted(const std::string& path);
 
 private:
     struct State;

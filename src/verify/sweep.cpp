@@ -30,7 +30,7 @@ constexpr OpenAs judge = OpenAs::root;
 // Deletes a file of the sweep; it may have been a candidate signer, which no later file may meet.
 ExitStatus sweep_unlink(Signers& signers, const std::string& path) {
     const ExitStatus st = file_unlink(path.c_str());
-    signers.deleted();
+    signers.deleted(path);
     return st;
 }
 
