@@ -9,7 +9,6 @@
 #include <string>
 
 #include "base/paths.hpp"
-#include "base/shared.hpp"
 #include "base/trust_anchor.hpp"
 #include "base/status.hpp"
 #include "certs/cert_install.hpp"

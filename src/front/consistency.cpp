@@ -8,7 +8,6 @@
 
 #include "base/caller.hpp"
 #include "base/paths.hpp"
-#include "base/shared.hpp"
 #include "base/status.hpp"
 #include "base/trust_anchor.hpp"
 #include "certs/cert_restore.hpp"

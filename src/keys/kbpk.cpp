@@ -15,7 +15,6 @@
 #include "base/io.hpp"
 #include "base/ossl.hpp"
 #include "base/paths.hpp"
-#include "base/shared.hpp"
 #include "base/trust_anchor.hpp"
 #include "device/sapi.hpp"
 #include "keys/registry.hpp"

@@ -16,7 +16,6 @@
 #include "base/caller.hpp"
 #include "base/fd.hpp"
 #include "base/paths.hpp"
-#include "base/shared.hpp"
 #include "verify/x509_name.hpp"
 
 namespace {
