@@ -2,7 +2,10 @@
  *
  * Each run appends one record of how it was started to /var/sim/calls.log, then behaves as the
  * tool named by the exec'd path (argv[0] is the caller's choice and proves nothing). Tests steer
- * a tool with /var/sim/tools/<name>: "exit N", "signal N", or "sleep N" (then act as usual).
+ * a tool with /var/sim/tools/<name>: "exit N", "signal N", or "sleep N" (then act as usual);
+ * /var/sim/tools/<name>.stdout and <name>.stderr, when present, are written to its standard
+ * output and error first (a chatty tool), before it exits as told; to a <name>.stdin that exists
+ * it appends whatever it can read on its standard input.
  * Each run also appends "<name> ign=<hex> blk=<hex>" (its ignored and blocked signals, as in
  * /proc/<pid>/status) to /var/sim/signals.log, and nandwrite keeps the bytes it was given in
  * /var/sim/nand/<device name>.
@@ -104,13 +107,39 @@ static char* slurp(const char* path, size_t* len) {
     return b.data;
 }
 
-static void write_out(const char* data, size_t len) {
+static void write_to(int fd, const char* data, size_t len) {
     while (len > 0) {
-        ssize_t n = write(1, data, len);
+        ssize_t n = write(fd, data, len);
         if (n <= 0) exit(1);
         data += n;
         len -= (size_t)n;
     }
+}
+
+static void write_out(const char* data, size_t len) { write_to(1, data, len); }
+
+/* Keeps what the tool was given to read, for a test that wants to know. */
+static void listen(const char* name) {
+    char path[512];
+    snprintf(path, sizeof path, "/var/sim/tools/%s.stdin", name);
+    int fd = open(path, O_WRONLY | O_APPEND | O_CLOEXEC);
+    if (fd < 0) return;
+    char chunk[4096];
+    ssize_t n;
+    while ((n = read(0, chunk, sizeof chunk)) > 0)
+        if (write(fd, chunk, (size_t)n) != n) exit(125);
+    close(fd);
+}
+
+/* What a test wants the tool to say on descriptor fd. */
+static void speak(const char* name, const char* suffix, int fd) {
+    char path[512];
+    snprintf(path, sizeof path, "/var/sim/tools/%s.%s", name, suffix);
+    size_t len;
+    char* text = slurp(path, &len);
+    if (!text) return;
+    write_to(fd, text, len);
+    free(text);
 }
 
 static void apply_override(const char* name) {
@@ -271,6 +300,9 @@ int main(int argc, char** argv) {
     const char* slash = strrchr(exec_path, '/');
     const char* name = slash ? slash + 1 : exec_path;
     record_signals(name);
+    listen(name);
+    speak(name, "stdout", 1);
+    speak(name, "stderr", 2);
     apply_override(name);
 
     if (strcmp(name, "adduser") == 0) return adduser(argc, argv);

@@ -4,6 +4,8 @@
 # The armhf OpenSSL and GoogleTest packages are downloaded once and unpacked into a private
 # sysroot in the build directory; none of the host's packages change, and the host's list of
 # foreign architectures is left as it was found.
+# The program and the sysroot are also what the system tests run under qemu (tools/test.sh,
+# sim/README.md).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 arch=${1:-}

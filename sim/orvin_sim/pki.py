@@ -91,6 +91,11 @@ class PKI:
         """RSA-SHA256 PKCS#1 v1.5 signature of `data`, as `openssl dgst -sha256 -sign` makes it."""
         return _openssl("dgst", "-sha256", "-sign", self.key_path(role), input=data)
 
+    def sign_digest(self, digest, role):
+        """The signature sign() makes of data whose SHA-256 is digest, for data too big to pass."""
+        return _openssl("pkeyutl", "-sign", "-inkey", self.key_path(role), "-pkeyopt",
+                        "digest:sha256", input=digest)
+
     def _make(self, role, subject, issuer, ca, key, mask=None):
         meta = {"subject": subject, "issuer": issuer, "ca": ca, "key": key}
         if mask is not None:

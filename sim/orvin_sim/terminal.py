@@ -1,4 +1,5 @@
 """A fresh simulated payment terminal on a tmpfs, in which the real set-uid program runs."""
+import atexit
 import errno
 import os
 import shutil
@@ -11,6 +12,7 @@ from dataclasses import dataclass
 
 from . import mounts
 from .sapi import Sapi
+from .trace import HELPER_FAILED, Tracer, TracedRun
 
 TOOLS = ["/bin/adduser", "/usr/bin/passwd", "/bin/deluser", "/sbin/reboot", "/usr/bin/nandwrite",
          "/usr/bin/mtd_debug", "/bin/mount", "/bin/umount", "/sbin/fsck.vfat", "/usr/sbin/nvram",
@@ -39,6 +41,13 @@ INITTAB = (b"::sysinit:/etc/init.d/rcS\n"
            b"::shutdown:/bin/umount -a -r\n")
 SERIAL_CONSOLE = b"::respawn:/sbin/getty -L ttymxc1 115200 vt100\n"
 CALLS_LOG = "/var/sim/calls.log"
+# A program of another architecture runs under the user-mode emulator, started by a native
+# set-user-ID launcher at PROGRAM: the emulator and the program lie here, where the program itself
+# never looks.
+EMULATED_DIR = "/var/sim/emulated"
+# Per architecture: the static emulator, the cross tool chain's directory of the loader and the C
+# and C++ runtime, and the multiarch name of the architecture's library directory.
+EMULATORS = {"armhf": ("/usr/bin/qemu-arm-static", "/usr/arm-linux-gnueabihf/lib", "arm-linux-gnueabihf")}
 
 
 @dataclass
@@ -59,6 +68,39 @@ class Result:
     status: int
     stdout: bytes
     stderr: bytes
+    killed: bool = False  # a tracer killed the run at the system call it was asked to
+
+
+_library_layers = {}
+
+
+def _emulated_libraries(arch, sysroot):
+    """A directory laid out like /usr/lib of arch, holding its loader and every shared library
+    of the cross tool chain and the sysroot: on a tmpfs of this process's own mount namespace,
+    made once, gone when the process ends."""
+    key = (arch, sysroot)
+    if key not in _library_layers:
+        _, runtime, triplet = EMULATORS[arch]
+        layer = tempfile.mkdtemp(prefix=f"orvin-{arch}-libraries-")
+        mounts.mount("tmpfs", layer, "tmpfs", 0, "mode=0755")
+        atexit.register(_drop_layer, layer)
+        os.mkdir(os.path.join(layer, triplet), 0o755)
+        for source in (runtime, os.path.join(sysroot, "usr/lib", triplet)):
+            for name in sorted(os.listdir(source)):
+                if ".so." in name or name.startswith("ld-linux"):
+                    target = name if name.startswith("ld-linux") else os.path.join(triplet, name)
+                    shutil.copyfile(os.path.join(source, name), os.path.join(layer, target))
+                    os.chmod(os.path.join(layer, target), 0o755)
+        _library_layers[key] = layer
+    return _library_layers[key]
+
+
+def _drop_layer(layer):
+    try:
+        mounts.umount(layer)
+        os.rmdir(layer)
+    except (OSError, mounts.MountError):
+        pass
 
 
 def _bytes(s):
@@ -69,26 +111,35 @@ class Terminal:
     """One terminal, laid out fresh on its own tmpfs. Terminal paths are absolute ("/etc/passwd");
     the helpers resolve them, symbolic links included, inside the terminal and never outside."""
 
-    def __init__(self, build_dir, pki, main_user=True, sapi=False, program=None):
-        """program: the orvin-auth to install (default: the one in build_dir, e.g. a packaged one)."""
+    def __init__(self, build_dir, pki, main_user=True, sapi=False, program=None, emulated=None,
+                 sysroot=None):
+        """program: the orvin-auth to install (default: the one in build_dir, e.g. a packaged one).
+        emulated: the program's architecture when it is not the host's ("armhf"); it then runs
+        under the user-mode emulator, its other libraries (OpenSSL) taken from sysroot, a tree of
+        unpacked packages of that architecture."""
         self.sapi = None
         self.build_dir = os.path.abspath(build_dir)
         self.pki = pki
         self._sim_dir = os.path.join(self.build_dir, "sim")
-        for helper in ("orvin-sim-stub", "orvin-sim-exec"):
+        for helper in ("orvin-sim-stub", "orvin-sim-exec", "orvin-sim-trace"):
             if not os.access(os.path.join(self._sim_dir, helper), os.X_OK):
                 raise FileNotFoundError(f"{self._sim_dir}/{helper} is missing: build the project "
                                         f"(cmake --build {self.build_dir}) first")
         program = program or os.path.join(self.build_dir, "orvin-auth")
         if not os.path.exists(program):
             raise FileNotFoundError(f"{program} is missing: build the project first")
+        if emulated is not None:
+            self._check_emulation(emulated, sysroot)
         mounts.enter_private_namespace()
         self._children = []
         self.root = tempfile.mkdtemp(prefix="orvin-terminal-")
         try:
             mounts.mount("tmpfs", self.root, "tmpfs", 0, "mode=0755")
             self._lay_out(main_user)
-            self.install_program(program, PROGRAM)
+            if emulated is None:
+                self.install_program(program, PROGRAM)
+            else:
+                self._install_emulated(program, emulated, sysroot)
             if sapi:
                 self.start_sapi()
         except BaseException:
@@ -158,6 +209,35 @@ class Terminal:
                 os.makedirs(target, exist_ok=True)
                 mounts.mount(lib, target, None, mounts.MS_BIND)
                 mounts.mount(None, target, None, mounts.MS_BIND | mounts.MS_REMOUNT | mounts.MS_RDONLY)
+
+    def _check_emulation(self, arch, sysroot):
+        if arch not in EMULATORS:
+            raise ValueError(f"no emulator for {arch}: one of {', '.join(EMULATORS)}")
+        emulator, runtime, triplet = EMULATORS[arch]
+        if sysroot is None:
+            raise ValueError(f"an {arch} run needs a sysroot (tools/cross-test.sh {arch} makes one)")
+        for path in (os.path.join(self._sim_dir, "orvin-sim-qemu"), emulator, runtime,
+                     os.path.join(sysroot, "usr/lib", triplet)):
+            if not os.path.exists(path):
+                raise FileNotFoundError(f"{path} is missing: an {arch} run needs the sim helpers "
+                                        f"built, {emulator}, the cross tool chain and a sysroot "
+                                        f"(tools/cross-test.sh {arch} makes one)")
+
+    def _install_emulated(self, program, arch, sysroot):
+        emulator = EMULATORS[arch][0]
+        self.install_program(os.path.join(self._sim_dir, "orvin-sim-qemu"), PROGRAM)
+        self.mkdir(EMULATED_DIR, 0o755)
+        self.install_program(program, f"{EMULATED_DIR}/orvin-auth", 0o755)
+        # Bound rather than copied: every test makes a terminal.
+        self.bind(emulator, f"{EMULATED_DIR}/qemu")
+        mounts.mount(None, self.path(f"{EMULATED_DIR}/qemu"), None,
+                     mounts.MS_BIND | mounts.MS_REMOUNT | mounts.MS_RDONLY)
+        # The program's loader and libraries lie where its own architecture keeps them, under
+        # /usr/lib: the emulator's library prefix would also redirect the program's own lookups
+        # of "/" and "/usr". A layer of overlayfs needs plain files, so they are copied once.
+        layer = _emulated_libraries(arch, sysroot)
+        mounts.mount("overlay", self.path("/usr/lib"), "overlay", mounts.MS_RDONLY,
+                     f"lowerdir={layer}:/usr/lib")
 
     def install_program(self, host_file, path, mode=0o4755):
         """Copies a host program into the terminal, owned by root (set-uid root by default)."""
@@ -258,6 +338,15 @@ class Terminal:
                 os.fchmod(fd, mode)
             finally:
                 os.close(fd)
+
+    def write_sparse(self, p, size, head=b"", tail=b"", mode=0o644, uid=0, gid=0):
+        """Writes a file of size bytes that costs no memory: head, a hole, then tail at its end."""
+        self.write(p, head, mode, uid, gid)
+        with self._writable(self.path(p)) as host:
+            with open(host, "r+b") as f:
+                f.truncate(size - len(tail))
+                f.seek(size - len(tail))
+                f.write(tail)
 
     def read(self, p):
         with open(self.path(p), "rb") as f:
@@ -393,10 +482,11 @@ class Terminal:
 
     def popen(self, args, uid=0, gid=None, groups=None, cwd="/", umask=None, rlimits=None,
               close_fds=(), keep_fds=(), env=None, argv0="orvin-auth", no_argv=False, stdin=None,
-              program=PROGRAM, output=subprocess.PIPE):
+              program=PROGRAM, output=subprocess.PIPE, errors=None, tracer=None):
         """Starts the program as the given user and returns the subprocess.Popen; stdin is None
         (empty), bytes (at most a pipe's worth), a file object or subprocess.PIPE; output None
-        leaves standard output and error to the caller's (an interactive shell)."""
+        leaves standard output and error to the caller's (an interactive shell), errors (default:
+        like output) takes standard error elsewhere; tracer runs it under orvin-sim-trace."""
         gid = uid if gid is None else gid
         cmd = [os.path.join(self._sim_dir, "orvin-sim-exec"), "--root", self.root, "--uid", str(uid),
                "--gid", str(gid), "--groups", ",".join(str(g) for g in groups or ()), "--cwd", cwd,
@@ -423,23 +513,62 @@ class Terminal:
         data = stdin if isinstance(stdin, bytes) else None
         if data is not None:
             stdin = subprocess.PIPE
+        pass_fds = ()
+        if tracer is not None:
+            cmd, pass_fds = tracer.command(cmd), tracer.pass_fds
         child = subprocess.Popen(cmd, stdin=subprocess.DEVNULL if stdin is None else stdin,
-                                 stdout=output, stderr=output)
+                                 stdout=output, stderr=output if errors is None else errors,
+                                 pass_fds=pass_fds)
         self._children.append(child)
         if data is not None:
             child.stdin.write(data)
             child.stdin.close()
         return child
 
-    def run(self, args, stdin=None, timeout=60, **kw):
-        """Runs the program to its end; stdin is bytes or None. Takes popen's other parameters."""
-        child = self.popen(args, stdin=None if stdin is None else subprocess.PIPE, **kw)
+    def run(self, args, stdin=None, timeout=60, kill_at=None, **kw):
+        """Runs the program to its end; stdin is bytes or None. kill_at (see trace.Tracer) cuts
+        the run short on entry to that system call, which then never happens; the Result says
+        whether it did. Takes popen's other parameters."""
+        tracer = None if kill_at is None else self._tracer(kill_at, kill=True)
         try:
-            out, err = child.communicate(stdin, timeout=timeout)
-        except subprocess.TimeoutExpired:
-            child.send_signal(signal.SIGKILL)
-            child.communicate()
+            child = self.popen(args, stdin=None if stdin is None else subprocess.PIPE,
+                               tracer=tracer, **kw)
+            if tracer is not None:
+                tracer.started()
+            try:
+                out, err = child.communicate(stdin, timeout=timeout)
+            except subprocess.TimeoutExpired:
+                child.send_signal(signal.SIGKILL)
+                child.communicate()
+                raise
+            if child.returncode == 127 and err.startswith(HELPER_FAILED):
+                raise RuntimeError(err.decode(errors="replace").strip())
+            killed = tracer is not None and tracer.next_line(timeout) == "killed"
+        finally:
+            if tracer is not None:
+                tracer.close()
+        return Result(child.returncode, out, err, killed)
+
+    @contextmanager
+    def traced(self, args, stop_at, after=False, **kw):
+        """Starts the program and holds it on entry to a system call (see trace.Tracer), or with
+        after as it returns:
+            with term.traced(args, ("openat", "/usr/local/x/*")) as run:
+                run.wait_stopped()     # frozen before the call happens
+                ...                    # change the world
+                result = run.resume()  # or run.kill(), a power loss before the call
+        Takes popen's other parameters; stdin is None or a file object."""
+        tracer = self._tracer(stop_at, kill=False, after=after)
+        try:
+            run = TracedRun(lambda out, err: self.popen(args, output=out, errors=err,
+                                                        tracer=tracer, **kw), tracer, Result)
+        except BaseException:
+            tracer.close()
             raise
-        if child.returncode == 127 and err.startswith(b"orvin-sim-exec:"):
-            raise RuntimeError(err.decode(errors="replace").strip())
-        return Result(child.returncode, out, err)
+        try:
+            yield run
+        finally:
+            run.close()
+
+    def _tracer(self, at, kill, after=False):
+        return Tracer(os.path.join(self._sim_dir, "orvin-sim-trace"), self.root, at, kill, after)

@@ -130,6 +130,11 @@ bool caller_access(const char* path, int mode, OpenAs who) {
     return ::faccessat(AT_FDCWD, path, mode, AT_EACCESS) == 0;
 }
 
+bool caller_may_write_dir(int dir) {
+    AsCaller as;
+    return ::faccessat(dir, "", W_OK | X_OK, AT_EACCESS | AT_EMPTY_PATH) == 0;
+}
+
 bool caller_unlink(const char* path) {
     AsCaller as;
     return ::unlink(path) == 0;

@@ -88,6 +88,10 @@ using SizeRule = ExitStatus (*)(std::uint64_t size);
 // judged between that and the open, so a file too big to take is refused before it is opened,
 // then the open, refused with "FATAL: Failed to open the file to verify." and 9.
 [[nodiscard]] Result<CallerFile> caller_open_to_verify(const char* path, SizeRule rule = nullptr,
-                                                      OpenAs who = OpenAs::caller);
+                                                       OpenAs who = OpenAs::caller);
+// Whether the caller may write the held directory dir (create entries in it), judged by the kernel
+// with the caller's rights on that very directory, never on a path. A kernel that cannot judge
+// a descriptor so answers no.
+[[nodiscard]] bool caller_may_write_dir(int dir);
 // unlink(2) with the caller's rights: whether the entry is gone.
 [[nodiscard]] bool caller_unlink(const char* path);

@@ -24,6 +24,9 @@ public:
     [[nodiscard]] bool valid() const { return fd_ >= 0; }
     explicit operator bool() const { return valid(); }
 
+    // Hands the descriptor over; it is no longer closed here.
+    [[nodiscard]] int release() { return std::exchange(fd_, -1); }
+
     void reset(int fd = -1) {
         if (fd_ >= 0) {
             int saved = errno;

@@ -46,6 +46,18 @@ std::string read_to_end(int fd) {
     return text;
 }
 
+std::optional<std::vector<std::uint8_t>> read_whole(int fd, off_t size) {
+    std::vector<std::uint8_t> bytes;
+    if (size < 0 || static_cast<std::uint64_t>(size) > bytes.max_size()) {
+        return std::nullopt;
+    }
+    bytes.resize(static_cast<std::size_t>(size));
+    if (read_full(fd, bytes.data(), bytes.size()) != bytes.size()) {
+        return std::nullopt;
+    }
+    return bytes;
+}
+
 BlockFault read_blocks(int fd, std::uint64_t size,
                        const std::function<bool(const std::uint8_t*, std::size_t)>& consume) {
     if (size > io_bulk_block) {

@@ -1,10 +1,14 @@
 // Whole reads and writes on descriptors, retried across partial transfers and interruptions.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 inline constexpr std::size_t io_block = 4096;
 
@@ -18,6 +22,10 @@ inline constexpr std::size_t io_bulk_block = std::size_t{256} * 1024;
 // Everything left to read on fd, for small files such as kernel tables; a read error ends the
 // text where it happened.
 [[nodiscard]] std::string read_to_end(int fd);
+// The size bytes of a small file, such as the program's own state: nothing when fewer could be
+// read, or when no buffer could hold them. A 32-bit build cannot address a file beyond 2 GiB, and
+// its size cut to fit would read a prefix as if it were the whole file (D26).
+[[nodiscard]] std::optional<std::vector<std::uint8_t>> read_whole(int fd, off_t size);
 // Where reading a file block by block stopped early: at a short read, or at a block the consumer
 // refused.
 enum class BlockFault { none, read, consume };

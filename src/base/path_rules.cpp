@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
@@ -12,6 +13,21 @@
 #include "base/caller.hpp"
 #include "base/owners.hpp"
 #include "base/shared.hpp"
+
+namespace {
+
+constexpr char delete_char = 0x7f;
+
+bool has_control_char(std::string_view text) {
+    for (const char c : text) {
+        if ((c > 0 && c < ' ') || c == delete_char) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
 
 std::optional<std::string> resolve_path(const std::string& path) {
     MallocPtr r(realpath(path.c_str(), nullptr));
@@ -45,6 +61,16 @@ bool path_has_bad_component(const std::string& dest) {
         start = end + 1;
     }
     return false;
+}
+
+// The program prints the paths it places as they are, in its own lines and in root's sweep: a
+// line end inside a name would let it forge a line there.
+ExitStatus dest_text_verify(const char* shown, const std::string& full) {
+    if (!has_control_char(full)) {
+        return ST_OK;
+    }
+    std::printf("Invalid destination path: %s\n", shown);
+    return ST_BAD_PATH;
 }
 
 ExitStatus dest_names_directory(const std::string& dest) {

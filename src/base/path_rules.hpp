@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/status.hpp"
@@ -28,6 +29,10 @@ struct PathSplit {
 
 // True when dest has an empty, "." or ".." component (a final "/" is allowed) (D7).
 [[nodiscard]] bool path_has_bad_component(const std::string& dest);
+
+// D7: ST_BAD_PATH after "Invalid destination path: %s\n" with shown when full, the path a command
+// would place, holds a control character (bytes 1 to 31 and 127), else ST_OK.
+[[nodiscard]] ExitStatus dest_text_verify(const char* shown, const std::string& full);
 
 // True when the deepest existing entry on the way to full resolves, with the rest appended,
 // inside area (D7).

@@ -9,6 +9,10 @@ inline constexpr const char* osfs_type = "jffs2";
 inline constexpr const char* usr_local = "/usr/local/";
 inline constexpr const char* shared_area = "/usr/local/share/";
 inline constexpr const char* cert_store = "/usr/local/share/certs/";
+// Where files bound for the application file system are written before they are renamed into
+// place: on the same file system, root's alone, read by nothing that looks for files by name, and
+// emptied at the start of every run (D28).
+inline constexpr const char* osfs_staging = "/usr/local/.staging";
 inline constexpr const char* prod_sign_cert = "/usr/local/share/certs/prod-sign.crt";
 inline constexpr const char* keysign_main_user_cert = "/usr/local/share/certs/keysign-main-user.crt";
 inline constexpr const char* terminal_cert = "/usr/local/share/certs/terminal.crt";

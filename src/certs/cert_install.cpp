@@ -17,7 +17,9 @@
 #include "base/dir_entries.hpp"
 #include "base/fd.hpp"
 #include "base/ossl.hpp"
+#include "base/path_rules.hpp"
 #include "base/paths.hpp"
+#include "base/run_lock.hpp"
 #include "base/shared.hpp"
 #include "base/trust_anchor.hpp"
 #include "certs/cert_user.hpp"
@@ -68,7 +70,7 @@ ExitStatus scan_for_cn(const std::string& cn) {
 
 ExitStatus write_store_file(const std::string& destination, const X509* cert,
                             const std::optional<gid_t>& group) {
-    StagedFile staged(destination);
+    StagedFile staged;
     if (!staged.valid()) {
         std::puts("Failed to open destination certificate file.");
         return ST_FAILURE;
@@ -111,7 +113,13 @@ std::string cert_destination(const std::string& path) {
 }
 
 Result<std::string> cert_install_verify(const char* path, const X509* cert) {
+    // The offered certificate has been read and verified; what the store holds now decides the
+    // install that follows, and no other run may change it in between (D22).
+    shared_work();
     const std::string destination = cert_destination(path);
+    if (ExitStatus st = dest_text_verify(destination.c_str(), destination); st != ST_OK) {
+        return st;
+    }
     if (caller_access(destination.c_str(), F_OK)) {
         std::printf("Destination certificate already exists: %s\n", destination.c_str());
         return ST_EXISTS;

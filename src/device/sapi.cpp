@@ -10,6 +10,7 @@
 
 #include "base/fd.hpp"
 #include "base/paths.hpp"
+#include "base/run_lock.hpp"
 
 namespace {
 
@@ -65,6 +66,7 @@ SapiReply sapi_transfer(int fd, const SapiRequest& request, const SapiReplyRule&
 
 SapiReply sapi_exchange(const SapiRequest& request, const SapiReplyRule& rule,
                         SapiWriteRefusal refusal) {
+    shared_work();
     // One request per open: the driver answers on the descriptor that carried the request.
     UniqueFd fd(::open(paths::sapi_device, O_RDWR | O_CLOEXEC));
     if (!fd) {
@@ -88,6 +90,7 @@ SapiReply sapi_key_install_exchange(std::uint8_t acquirer, std::span<const std::
 }
 
 Result<ProcRecord> sapi_proc_read(ProcReads reads) {
+    shared_work();
     UniqueFd fd(::open(paths::sapi_proc, O_RDONLY | O_CLOEXEC));
     if (!fd) {
         return ST_FAILURE;
@@ -114,6 +117,7 @@ Result<ProcRecord> sapi_proc_read(ProcReads reads) {
 }
 
 ExitStatus sapi_proc_write(std::span<const std::uint8_t> record) {
+    shared_work();
     UniqueFd fd(::open(paths::sapi_proc, O_WRONLY | O_CLOEXEC));
     if (!fd) {
         return ST_FAILURE;

@@ -12,6 +12,8 @@
 #include "base/trust_anchor.hpp"
 #include "certs/cert_restore.hpp"
 #include "certs/cert_user.hpp"
+#include "system/osfs.hpp"
+#include "system/staged_file.hpp"
 #include "system/walk.hpp"
 #include "verify/delete.hpp"
 
@@ -62,9 +64,19 @@ bool tools_present() {
     return true;
 }
 
+// A run cut short (power loss, a kill) may have left files staged or "/usr/local/" writable; both
+// are put right before anything reads the tree, so what it left changes no later run (D28).
+void osfs_recover() {
+    osfs_staging_clear();
+    if (osfs_writable()) {
+        sys_lock_osfs();
+    }
+}
+
 }  // namespace
 
 Result<ChainStore> consistency_check() {
+    osfs_recover();
     ChainStore chains;
     if (state_dir_ready() && trust_anchors_readable() && certificate_store_valid(chains) &&
         tools_present()) {

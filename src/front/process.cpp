@@ -1,21 +1,18 @@
-// A clean start for every run, whatever state the caller left the process in (D4, D5), and one
-// run at a time (D22).
+// A clean start for every run, whatever state the caller left the process in (D4, D5).
 #include "front/process.hpp"
 
 #include <fcntl.h>
 #include <linux/close_range.h>
-#include <sys/file.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
-#include "base/caller.hpp"
 #include "base/output.hpp"
 #include "base/paths.hpp"
 
@@ -108,6 +105,24 @@ void reset_signals() {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+// What the caller's scheduling was (the lowest priority, the idle class, one CPU shared with its
+// own busy processes, idle disk access) would stretch every step of the run, and while the run
+// holds the lock, every other run's wait too (D22). The run gets the ordinary share.
+void reset_scheduling() {
+    const sched_param ordinary{};
+    (void)sched_setscheduler(0, SCHED_OTHER, &ordinary);
+    (void)setpriority(PRIO_PROCESS, 0, 0);
+    cpu_set_t every_cpu;
+    CPU_ZERO(&every_cpu);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        CPU_SET(cpu, &every_cpu);
+    }
+    (void)sched_setaffinity(0, sizeof every_cpu, &every_cpu);
+    // Class "none": disk access follows the CPU priority just set.
+    constexpr int ioprio_who_process = 1;
+    (void)syscall(SYS_ioprio_set, ioprio_who_process, 0, 0);
+}
+
 void reset_environment() {
     clearenv();
     (void)setenv("PATH", paths::child_path, 1);
@@ -129,21 +144,7 @@ void process_harden() {
     umask(022);
     (void)prctl(PR_SET_DUMPABLE, 0);
     reset_signals();
+    reset_scheduling();
     reset_environment();
     output_hold();
-}
-
-UniqueFd process_lock_run() {
-    // Only root can reach a 0600 root file, so no caller can hold the lock and stall every later
-    // run; anything else found at the name (planted or not ours) is not trusted with the job.
-    UniqueFd fd(open(paths::run_lock, O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                     S_IRUSR | S_IWUSR));
-    struct stat st {};
-    if (!fd || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ids::root ||
-        (st.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        return {};
-    }
-    while (flock(fd.get(), LOCK_EX) != 0 && errno == EINTR) {
-    }
-    return fd;
 }

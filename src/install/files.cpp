@@ -53,18 +53,19 @@ bool create_directories(std::string existing, const std::string& remainder) {
     return true;
 }
 
-// The data file, copied from the one descriptor it is digested from, given its owner and mode, and
-// made visible only while its bytes still carry the signature already in place (D6).
-ExitStatus place_data_file(const char* source, const std::string& full, mode_t source_mode,
+// The data file, copied from the descriptor that was verified and digested again as it is
+// copied, given its owner and mode, and made visible only while its bytes still carry the
+// signature already in place (D6).
+ExitStatus place_data_file(const CallerFile& source, const std::string& full,
                            const std::optional<gid_t>& group, const Signer& signer) {
-    StagedFile data_file(full);
-    const Result<Digest> digest = copy_into(source, full, data_file);
+    StagedFile data_file;
+    const Result<Digest> digest = copy_held(source, full, data_file);
     if (!digest.ok()) {
         return digest.status();
     }
     // Permission bits only: a signed program never becomes a set-user-ID root one (D16).
     if (ExitStatus st =
-            set_owner_and_mode(data_file, group, (source_mode & 0777) | installed_data_add);
+            set_owner_and_mode(data_file, group, (source.mode & 0777) | installed_data_add);
         st != ST_OK) {
         return st;
     }
@@ -79,8 +80,11 @@ ExitStatus place_data_file(const char* source, const std::string& full, mode_t s
 }
 
 // Installs the pair for the signer that file_verify found: the signature bytes it verified and a
-// copy of the data that must still carry them (D6, D17).
-ExitStatus file_install(const char* source, const char* dest, const Signer& signer) {
+// copy of the data, from the file it held, that must still carry them (D6, D17). Nothing of the
+// caller's is looked up again: the copy reads no more than was verified, inside the writable
+// window and under the run lock (D22).
+ExitStatus file_install(const char* source, const char* dest, const Signer& signer,
+                        const CallerFile& held) {
     const std::string& cn = signer.cn;
     const std::string d(dest);
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
@@ -97,10 +101,6 @@ ExitStatus file_install(const char* source, const char* dest, const Signer& sign
     if (!group.ok()) {
         return group.status();
     }
-    const Result<struct stat> src = caller_lstat(source);
-    if (!src.ok()) {
-        return src.status();
-    }
 
     OsfsWritable writable;
     if (!writable.ok()) {
@@ -112,7 +112,7 @@ ExitStatus file_install(const char* source, const char* dest, const Signer& sign
 
     // The signature goes first, so a data file never exists without one. It is the one that was
     // verified, not whatever the caller's ".sig" holds by now (D17).
-    StagedFile sig_file(full_sig);
+    StagedFile sig_file;
     if (ExitStatus st = write_signature(signer.sig, full_sig, sig_file); st != ST_OK) {
         return st;
     }
@@ -125,7 +125,7 @@ ExitStatus file_install(const char* source, const char* dest, const Signer& sign
     }
     std::printf("Signature installed: %s\n", full_sig.c_str());
 
-    if (ExitStatus st = place_data_file(source, full, src->st_mode, *group, signer); st != ST_OK) {
+    if (ExitStatus st = place_data_file(held, full, *group, signer); st != ST_OK) {
         unlink(full_sig.c_str());
         return st;
     }
@@ -137,14 +137,15 @@ ExitStatus file_install(const char* source, const char* dest, const Signer& sign
 
 ExitStatus cmd_file_install(const char* source, const char* dest) {
     Signers signers;
-    Result<Signer> signer = file_verify_or_reject(signers, source);
+    CallerFile held;
+    Result<Signer> signer = file_verify(signers, source, &held);
     if (!signer.ok()) {
-        return signer.status();
+        return reject_on_bad_signature(signer.status(), source);
     }
     if (ExitStatus st = file_install_verify(source, dest, signer->cn); st != ST_OK) {
         return st;
     }
-    if (ExitStatus st = file_install(source, dest, *signer); st != ST_OK) {
+    if (ExitStatus st = file_install(source, dest, *signer, held); st != ST_OK) {
         // Bytes that changed under us after the check are as good as badly signed (D6).
         return reject_on_bad_signature(st, source);
     }
@@ -156,6 +157,9 @@ ExitStatus cmd_file_remove(const char* path) {
     Result<NamedEntry> entry = file_access_verify(path);
     if (!entry.ok()) {
         return entry.status();
+    }
+    if (entry->is_dir_path) {
+        return ST_FAILURE;  // a directory is no file to remove
     }
     const int dir = entry->dir.get();
     const std::string sig = entry->name + ".sig";
@@ -182,6 +186,9 @@ ExitStatus cmd_file_rename(const char* path, const char* new_path) {
     }
     if (ExitStatus st = file_rename_verify(*entry, new_path); st != ST_OK) {
         return st;
+    }
+    if (entry->is_dir_path) {
+        return ST_FAILURE;  // a directory is no file to rename
     }
     const int dir = entry->dir.get();
     const std::string new_name = base_name(new_path);

@@ -9,6 +9,7 @@
 
 #include "base/caller.hpp"
 #include "base/paths.hpp"
+#include "base/shared.hpp"
 #include "install/handlers.hpp"
 #include "install/staged_copy.hpp"
 #include "system/flag.hpp"
@@ -46,7 +47,8 @@ ExitStatus snapshot_verified(Signers& signers, const char* source, const std::st
     if (!sig.ok()) {
         return sig.status();
     }
-    StagedFile staged(image);
+    // Staged beside the snapshot, in the run's own directory.
+    StagedFile staged(dir_part(image).c_str());
     const Result<Digest> digest = copy_into(source, image, staged);
     if (!digest.ok()) {
         return digest.status();

@@ -14,7 +14,9 @@
 #include <utility>
 
 #include "base/caller.hpp"
+#include "base/path_rules.hpp"
 #include "base/paths.hpp"
+#include "base/run_lock.hpp"
 #include "base/shared.hpp"
 #include "install/handlers.hpp"
 #include "verify/signers.hpp"
@@ -23,6 +25,11 @@ namespace {
 
 ExitStatus invalid_destination(const char* dest) {
     std::printf("Invalid destination path: %s\n", dest);
+    return ST_BAD_PATH;
+}
+
+ExitStatus invalid_path(const std::string& resolved) {
+    std::printf("Invalid path: %s\n", resolved.c_str());
     return ST_BAD_PATH;
 }
 
@@ -55,8 +62,15 @@ Result<NamedEntry> hold_parent(const char* path) {
 }  // namespace
 
 ExitStatus file_install_verify(const char* source, const char* dest, const std::string& cn) {
+    // What /usr/local/ holds now decides the install that follows: no other run may change it in
+    // between (D22). The offered file has been verified by now.
+    shared_work();
     const std::string d(dest);
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
+        return st;
+    }
+    const std::string full = install_full_path(source, d);
+    if (ExitStatus st = dest_text_verify(dest, full); st != ST_OK) {
         return st;
     }
     const std::string signer_dir = std::string(paths::usr_local) + cn + "/";
@@ -68,7 +82,6 @@ ExitStatus file_install_verify(const char* source, const char* dest, const std::
     if (starts_with(d, paths::cert_store)) {
         return invalid_destination(dest);
     }
-    const std::string full = install_full_path(source, d);
     const std::string area = in_signer ? signer_dir : std::string(paths::shared_area);
     if (path_has_bad_component(d) || !path_stays_inside(full, area)) {
         return invalid_destination(dest);
@@ -98,15 +111,32 @@ Result<NamedEntry> file_access_verify(const char* path) {
         std::printf("Invalid file: %s\n", path);
         return ST_BAD_ARGUMENT;
     }
+    // Where the path leads, as far as the caller could follow it: a refusal names that place,
+    // however the path was spelt ("/usr/local/" is "/usr/local").
+    std::optional<std::string> target;
+    {
+        AsCaller as;
+        target = resolve_path(path);
+    }
+    if (!target) {
+        std::printf("Failed to obtain absolute path: %s\n", path);
+        return ST_FAILURE;
+    }
+    if (!starts_with(*target, paths::usr_local)) {
+        return invalid_path(*target);
+    }
     Result<NamedEntry> held = hold_parent(path);
     if (!held.ok()) {
         return held.status();
     }
+    // The caller's path is resolved; from here on the entry held is judged for the change that
+    // follows, and no other run may change it in between (D22).
+    shared_work();
     NamedEntry& entry = held.value();
     const std::string location = entry.dir_path + entry.name;
-    if (!starts_with(location, paths::usr_local) || !plain_name(entry.name)) {
-        std::printf("Invalid path: %s\n", location.c_str());
-        return ST_BAD_PATH;
+    if (!starts_with(location, paths::usr_local)) {
+        // The entry named lies outside, even if it leads inside (D15).
+        return invalid_path(location);
     }
     // The held directory lies inside the application file system, which only this program
     // changes, so the text of the location still names the entry that was held.
@@ -116,8 +146,12 @@ Result<NamedEntry> file_access_verify(const char* path) {
         return ST_FAILURE;
     }
     if (!starts_with(*real, paths::usr_local)) {
-        std::printf("Invalid path: %s\n", real->c_str());
-        return ST_BAD_PATH;
+        return invalid_path(*real);
+    }
+    if (!plain_name(entry.name)) {
+        entry.dir_path = dir_part(*real);
+        entry.name = base_name(*real);
+        entry.is_dir_path = true;
     }
     entry.is_cert = starts_with(location, paths::cert_store);
     struct stat st {};
@@ -134,6 +168,9 @@ Result<NamedEntry> file_access_verify(const char* path) {
 }
 
 ExitStatus file_rename_verify(const NamedEntry& source, const char* new_name) {
+    if (ExitStatus st = dest_text_verify(new_name, new_name); st != ST_OK) {
+        return st;
+    }
     if (path_exists(new_name)) {
         std::printf("Invalid destination file: %s\n", new_name);
         return ST_BAD_PATH;

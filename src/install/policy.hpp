@@ -16,6 +16,9 @@ struct NamedEntry {
     std::string dir_path;  // resolved, with its final "/"
     std::string name;
     bool is_cert = false;  // lies in the certificate store, so it has no ".sig"
+    // The path ended in "/", "." or "..": it names a directory, judged as the one it leads to
+    // (dir_path and name are then that directory's), and a directory is never removed or renamed.
+    bool is_dir_path = false;
 };
 
 [[nodiscard]] ExitStatus file_install_verify(const char* source, const char* dest,

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "base/caller.hpp"
 #include "base/result.hpp"
 #include "base/status.hpp"
 #include "system/staged_file.hpp"
@@ -12,6 +13,11 @@
 // Copies exactly the lstat size of source, opened with the caller's rights (D3), into out, and
 // gives the digest of what was written.
 [[nodiscard]] Result<Digest> copy_into(const char* source, const std::string& dest,
+                                       const StagedFile& out);
+
+// Copies exactly the size that was verified of the file held since (D6), from its start, into
+// out, and gives the digest of what was written. A file that has shrunk since fails the read.
+[[nodiscard]] Result<Digest> copy_held(const CallerFile& in, const std::string& dest,
                                        const StagedFile& out);
 
 // Writes the signature bytes that were verified, and nothing else, into out (D17).

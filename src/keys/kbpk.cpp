@@ -154,6 +154,11 @@ Result<std::uint16_t> kbpk_flags_read(int id) {
 }
 
 ExitStatus kbpk_install_file(Signers& signers, int id, std::uint16_t flags, const char* path) {
+    // A registry that cannot be read stops the install before the device holds the key (D25).
+    const Result<Registry> registry = sha256_registry_load();
+    if (!registry.ok()) {
+        return registry.status();
+    }
     const SapiReply r =
         kbpk_file_exchange(signers, id, flags, path, {sapi_kbpk_install_file, sapi_reply_kbpk});
     if (!r.ok()) {
@@ -164,13 +169,17 @@ ExitStatus kbpk_install_file(Signers& signers, int id, std::uint16_t flags, cons
         return ST_FAILURE;
     }
     // The registry comes before any file of ours, so a refused key leaves no trace in the store.
-    if (ExitStatus st = sha256_hash_check(reply->key_digest, reply->second_digest); st != ST_OK) {
+    if (ExitStatus st = sha256_hash_check(*registry, reply->key_digest, reply->second_digest);
+        st != ST_OK) {
         return st;
     }
-    if (state_file_replace(kbpk_state_path(id), reply->protected_kbpk) != ST_OK) {
-        return ST_FAILURE;
+    // The KBPK file's presence is what says the acquirer has a KBPK, so it is written last: a run
+    // cut short between the two never leaves a KBPK that a start-up would load without its flags
+    // (D28). A FLAG file alone is read by nothing.
+    if (ExitStatus st = flag_file_write(id, flags); st != ST_OK) {
+        return st;
     }
-    return flag_file_write(id, flags);
+    return state_file_replace(kbpk_state_path(id), reply->protected_kbpk);
 }
 
 ExitStatus kbpk_update_pci_pin_file(Signers& signers, int id, std::uint16_t flags,
@@ -196,6 +205,7 @@ ExitStatus kbpk_remove(int id) {
     if (!r.ok()) {
         return r.status();
     }
+    // The KBPK file goes first, for the same reason it is written last (D28).
     if (::unlink(kbpk_state_path(id).c_str()) != 0) {
         std::printf("Failed to delete KBPK%04d.\n", id);
         return ST_FAILURE;

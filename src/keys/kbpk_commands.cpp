@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "base/caller.hpp"
+#include "base/run_lock.hpp"
 #include "keys/acquirer.hpp"
 #include "keys/handlers.hpp"
 #include "keys/kbpk.hpp"
@@ -12,11 +13,23 @@
 
 namespace {
 
+// The KBPK presence that admitted the command was judged before its file was read and verified,
+// which happens without the run lock (D22); another run may have installed or removed the KBPK
+// since. Under the lock it is judged again, as if the command had waited for that run.
+ExitStatus kbpk_presence_confirmed(int id, bool kbpk_wanted) {
+    shared_work();
+    return kbpk_exists(id) == kbpk_wanted ? ST_OK : ST_KBPK_PRESENCE;
+}
+
 // The file's shape, then the device; bytes that no longer carry the accepted signer when they are
 // sent (D6) go like any rejected file.
 ExitStatus kbpk_file_send(Signers& signers, const char* path, int id, std::uint16_t flags,
+                          bool kbpk_wanted,
                           ExitStatus (*send)(Signers&, int, std::uint16_t, const char*)) {
     if (ExitStatus st = file_verify_kbpk_file(path); st != ST_OK) {
+        return st;
+    }
+    if (ExitStatus st = kbpk_presence_confirmed(id, kbpk_wanted); st != ST_OK) {
         return st;
     }
     return reject_on_bad_signature(send(signers, id, flags, path), path);
@@ -105,7 +118,7 @@ ExitStatus cmd_kbpk_install(const char* acquirer, const char* path) {
         return offer.status();
     }
     if (ExitStatus st =
-            kbpk_file_send(signers, path, offer->id, offer->flags, kbpk_install_file);
+            kbpk_file_send(signers, path, offer->id, offer->flags, false, kbpk_install_file);
         st != ST_OK) {
         return st;
     }
@@ -121,7 +134,7 @@ ExitStatus cmd_kbpk_update_pci_pin(const char* acquirer, const char* path) {
         return offer.status();
     }
     if (ExitStatus st =
-            kbpk_file_send(signers, path, offer->id, offer->flags, kbpk_update_pci_pin_file);
+            kbpk_file_send(signers, path, offer->id, offer->flags, true, kbpk_update_pci_pin_file);
         st != ST_OK) {
         return st;
     }

@@ -157,6 +157,13 @@ bool held_in_orvin_home(int dir) {
     return true;
 }
 
+// D20, literally: a caller other than root places a key file only where he could have made it
+// himself, so he never gets a file of his own in a directory he may not write (another user's
+// home, whose shell would run it). Judged on the deepest existing directory as held.
+bool key_dir_writable(int dir) {
+    return caller().uid == ids::root || caller_may_write_dir(dir);
+}
+
 // The place was judged when the command began; the directories are now entered along the text
 // that judgement resolved, from "/" and without following any link (D20), so a component swapped
 // for a link since then ends the walk instead of moving the file. The rules are judged again on
@@ -166,6 +173,9 @@ UniqueFd key_dir_make(const KeyPlace& place) {
         return {};
     }
     UniqueFd dir = dir_open_nofollow(place.real);
+    if (!dir || !key_dir_writable(dir.get())) {
+        return {};
+    }
     for (const std::string& c : place.missing) {
         if (!dir || ::mkdirat(dir.get(), c.c_str(), key_dir_mode) != 0) {
             return {};
@@ -227,15 +237,22 @@ ExitStatus key_install_verify(const char* source, const char* dest) {
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
         return st;
     }
+    const std::string target = install_full_path(source, d);
+    if (ExitStatus st = dest_text_verify(dest, target); st != ST_OK) {
+        return st;
+    }
     if (!starts_with(d, paths::home_prefix)) {
         return invalid_destination(dest);
     }
-    const std::string target = install_full_path(source, d);
     if (path_has_bad_component(target) || !path_stays_inside(target, paths::home_prefix)) {
         return invalid_destination(dest);
     }
     const std::optional<KeyPlace> place = key_place(target);
     if (!place || !key_place_allowed(*place)) {
+        return invalid_destination(dest);
+    }
+    if (const UniqueFd held = dir_open_nofollow(place->real);
+        !held || !key_dir_writable(held.get())) {
         return invalid_destination(dest);
     }
     if (path_exists(target.c_str())) {
@@ -265,6 +282,11 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     if (!block.ok()) {
         return block.status();
     }
+    // A registry that cannot be read stops the install before the device holds the key (D25).
+    const Result<Registry> registry = sha256_registry_load();
+    if (!registry.ok()) {
+        return registry.status();
+    }
     SapiReply r = sapi_key_install_exchange(static_cast<std::uint8_t>(id), block->bytes,
                                             KeyInstallSender::key_file);
     if (!r.ok()) {
@@ -275,7 +297,8 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
         return ST_FAILURE;
     }
     // The device and the registry come before any directory or file is made.
-    if (ExitStatus s = sha256_hash_check(reply->key_digest, reply->second_digest); s != ST_OK) {
+    if (ExitStatus s = sha256_hash_check(*registry, reply->key_digest, reply->second_digest);
+        s != ST_OK) {
         return s;
     }
     const UniqueFd dir = key_dir_make(*place);

@@ -11,7 +11,9 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "base/caller.hpp"
 #include "base/dir_entries.hpp"
@@ -58,6 +60,12 @@ ExitStatus kbpk0_restore() {
     }
     std::string value = nvram_value(std::move(**line));
     if (value.size() != kbpk0_hex_size || !hex2bin(value)) {
+        return ST_FAILURE;
+    }
+    // Its state is a KBPK without a FLAG file: one that a removal cut short left behind must not
+    // lend it its flags, so it goes before the KBPK file that commits the state (D28).
+    if (const std::string flag = kbpk_flag_path(0);
+        state_file_exists(flag) && ::unlink(flag.c_str()) != 0) {
         return ST_FAILURE;
     }
     // Written whole as a fresh root-owned file or not at all (D19).
@@ -226,7 +234,6 @@ ExitStatus rate_limit_init() {
         std::puts("FATAL: Failed to obtain file information.");
         return ST_FAILURE;
     }
-    std::vector<std::uint8_t> state(static_cast<std::size_t>(st.st_size));
     // Opened without blocking: whatever stands at the name, nothing can hold the start-up here.
     UniqueFd fd(::open(paths::rate_limit_state, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd) {
@@ -234,12 +241,14 @@ ExitStatus rate_limit_init() {
         return ST_FAILURE;
     }
     struct stat held {};
-    if (::fstat(fd.get(), &held) != 0 || !S_ISREG(held.st_mode) ||
-        read_full(fd.get(), state.data(), state.size()) != state.size()) {
+    const bool regular = ::fstat(fd.get(), &held) == 0 && S_ISREG(held.st_mode);
+    const std::optional<std::vector<std::uint8_t>> state =
+        regular ? read_whole(fd.get(), st.st_size) : std::nullopt;
+    if (!state) {
         std::puts("Failed to read the rate limit state file.");
         return ST_FAILURE;
     }
-    const std::optional<SapiRequest> request = sapi_rate_limit_init(state);
+    const std::optional<SapiRequest> request = sapi_rate_limit_init(*state);
     if (!request) {
         return ST_FAILURE;
     }

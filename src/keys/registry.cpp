@@ -1,9 +1,16 @@
 // The key hash registry: no key value is installed twice, whatever acquirer or file it comes under.
 #include "keys/registry.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
+#include "base/caller.hpp"
+#include "base/fd.hpp"
+#include "base/io.hpp"
 #include "base/paths.hpp"
 #include "system/state_file.hpp"
 
@@ -64,25 +71,40 @@ std::vector<std::uint8_t> registry_record(RegistryKind kind, const sapi::KeyDige
     return record;
 }
 
-ExitStatus registry_check(const RegistryFiles& files, const sapi::KeyDigest& key_digest,
-                          const sapi::KeyDigest& second_digest) {
-    // The single registry is in force whenever the program's own one is there, judged afresh
-    // each call, so creating it switches every later check to it. A missing registry is an empty
-    // one; anything planted at its name is none either (D19).
-    Result<StateBytes> held = state_file_read(files.single);
-    const bool single = held.ok() && held->has_value();
-    if (!single && held.ok()) {
-        held = state_file_read(files.paired);
+Result<Registry> registry_load(const RegistryFiles& files) {
+    // Anything at the single registry's name puts it in force, whatever its type: judged afresh
+    // each run, so creating it switches every later check to it.
+    struct stat st {};
+    const bool single = ::lstat(files.single, &st) == 0;
+    Registry registry{single ? RegistryKind::single : RegistryKind::paired,
+                      single ? files.single : files.paired, {}};
+    const UniqueFd fd(::open(registry.path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!fd && errno == ENOENT && !single) {
+        return registry;
     }
-    if (!held.ok()) {
-        std::puts("Failed to read from the cryptographic key hash file.");
+    if (fd && ::fstat(fd.get(), &st) != 0) {
+        std::puts("FATAL: Failed to obtain file information.");
         return ST_FAILURE;
     }
-    const RegistryKind kind = single ? RegistryKind::single : RegistryKind::paired;
-    const char* path = single ? files.single : files.paired;
-    std::vector<std::uint8_t> contents = held->value_or(std::vector<std::uint8_t>{});
+    // A link, FIFO or directory there, or a file of another owner, is no registry the program
+    // kept; reading it, or a fresh one in its place, would let a key through unchecked.
+    if (!fd || !S_ISREG(st.st_mode) || st.st_uid != ids::root) {
+        std::puts("FATAL: Failed to open the cryptographic key hash file.");
+        return ST_FAILURE;
+    }
+    registry.contents.resize(static_cast<std::size_t>(st.st_size));
+    if (read_full(fd.get(), registry.contents.data(), registry.contents.size()) !=
+        registry.contents.size()) {
+        std::puts("FATAL: Failed to open the cryptographic key hash file.");
+        return ST_FAILURE;
+    }
+    return registry;
+}
 
-    switch (registry_scan(contents, contents.size(), kind, key_digest, second_digest)) {
+ExitStatus sha256_hash_check(const Registry& registry, const sapi::KeyDigest& key_digest,
+                             const sapi::KeyDigest& second_digest) {
+    const std::vector<std::uint8_t>& contents = registry.contents;
+    switch (registry_scan(contents, contents.size(), registry.kind, key_digest, second_digest)) {
         case RegistryOutcome::read_failed:
             std::puts("Failed to read from the cryptographic key hash file.");
             return ST_FAILURE;
@@ -99,17 +121,17 @@ ExitStatus registry_check(const RegistryFiles& files, const sapi::KeyDigest& key
             break;
     }
     // The record is appended by replacing the whole file, so a reader never meets half a record.
-    const std::vector<std::uint8_t> record = registry_record(kind, key_digest, second_digest);
-    contents.insert(contents.end(), record.begin(), record.end());
-    if (state_file_replace(path, contents) != ST_OK) {
+    std::vector<std::uint8_t> grown = contents;
+    const std::vector<std::uint8_t> record =
+        registry_record(registry.kind, key_digest, second_digest);
+    grown.insert(grown.end(), record.begin(), record.end());
+    if (state_file_replace(registry.path, grown) != ST_OK) {
         std::puts("Failed to write to the cryptographic key hash file.");
         return ST_FAILURE;
     }
     return ST_OK;
 }
 
-ExitStatus sha256_hash_check(const sapi::KeyDigest& key_digest,
-                             const sapi::KeyDigest& second_digest) {
-    return registry_check({paths::key_registry_paired, paths::key_registry_single}, key_digest,
-                          second_digest);
+Result<Registry> sha256_registry_load() {
+    return registry_load({paths::key_registry_paired, paths::key_registry_single});
 }

@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "base/result.hpp"
 #include "base/status.hpp"
 #include "device/sapi_wire.hpp"
 
@@ -41,12 +42,25 @@ struct RegistryFiles {
     const char* single;
 };
 
-// Check and append against the given files, the single one in force whenever it exists. 0 (new
-// and appended, or a re-installation), 12 duplicate, 9 unusable registry; prints its own lines.
-[[nodiscard]] ExitStatus registry_check(const RegistryFiles& files,
-                                        const sapi::KeyDigest& key_digest,
-                                        const sapi::KeyDigest& second_digest);
+// The registry in force, read whole before the device is asked for a key.
+struct Registry {
+    RegistryKind kind = RegistryKind::paired;
+    const char* path = nullptr;
+    std::vector<std::uint8_t> contents;
+};
 
-// registry_check on the terminal's registries under "/home/orvin/.sapi".
-[[nodiscard]] ExitStatus sha256_hash_check(const sapi::KeyDigest& key_digest,
+// Chooses the registry in force, the single one whenever anything is at its name, and reads it
+// whole; a paired registry that is not there yet is empty, and the first key makes it. One that
+// cannot be opened or read, or is anything but root's regular file, is damage (only root makes
+// entries there): "FATAL: Failed to open the cryptographic key hash file." and 9, so a key is
+// never checked against less than the registry in force holds (D25).
+[[nodiscard]] Result<Registry> registry_load(const RegistryFiles& files);
+
+// registry_load on the terminal's registries under "/home/orvin/.sapi".
+[[nodiscard]] Result<Registry> sha256_registry_load();
+
+// Check and append against the registry as loaded. 0 (new and appended, or a re-installation),
+// 12 duplicate, 9 unusable registry; prints its own lines.
+[[nodiscard]] ExitStatus sha256_hash_check(const Registry& registry,
+                                           const sapi::KeyDigest& key_digest,
                                            const sapi::KeyDigest& second_digest);

@@ -2,11 +2,13 @@
 #include "system/osfs.hpp"
 
 #include <sys/mount.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cstdio>
 
 #include "base/paths.hpp"
+#include "base/run_lock.hpp"
 
 namespace {
 
@@ -18,6 +20,8 @@ constexpr unsigned long readonly_flags = mount_magic | MS_REMOUNT | MS_RDONLY;
 static_assert(writable_flags == 0xC0ED0020UL && readonly_flags == 0xC0ED0021UL);
 
 bool remount(unsigned long flags) {
+    // The mode of /usr/local/ belongs to every run (D22).
+    shared_work();
     // Whatever was written must reach the flash before its mode changes.
     sync();
     return mount(paths::osfs_device, paths::usr_local, paths::osfs_type, flags, "") == 0;
@@ -36,4 +40,9 @@ OsfsWritable::OsfsWritable(UnlockFailure failure) : ok_(sys_unlock_osfs() == ST_
     if (!ok_ && failure == UnlockFailure::report) {
         std::fputs("FATAL: Internal filesystem call failed.", stdout);
     }
+}
+
+bool osfs_writable() {
+    struct statvfs fs {};
+    return statvfs(paths::usr_local, &fs) == 0 && (fs.f_flag & ST_RDONLY) == 0;
 }

@@ -7,6 +7,8 @@
 [[nodiscard]] ExitStatus sys_unlock_osfs();
 // Back to read-only; the result is ignored by design.
 void sys_lock_osfs();
+// Whether "/usr/local/" is mounted writable now.
+[[nodiscard]] bool osfs_writable();
 
 // Who tells of an unlock that failed: the guard, with "FATAL: Internal filesystem call failed."
 // (no line end), or the caller, for a step that fails silently by design.

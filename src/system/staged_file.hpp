@@ -1,18 +1,20 @@
-// A file written under a temporary name beside its final place and renamed in (D8).
+// A file written under a fresh name in a staging directory of the program's own and renamed into
+// its final place (D8, D28).
 #pragma once
 
 #include <string>
 
 #include "base/fd.hpp"
+#include "base/paths.hpp"
 
-// Readers never see the file half written; if it is never published, the temporary name goes.
-// The temporary name is created exclusively, so nothing planted there can redirect the write.
-// There is no fsync: under "/usr/local/" the remount to read-only that ends every writable window
-// writes the file system out, and a snapshot in the run's private directory is read back only by
-// the same run.
+// Readers never see the file half written, and a run cut short leaves it only in the staging
+// directory, where no later run reads or counts files by name. The name is created exclusively,
+// so nothing there can redirect the write; if it is never published, it goes.
 class StagedFile {
 public:
-    explicit StagedFile(const std::string& final_path);
+    // dir is root's own, on the file system of the final place, and made if missing: by default
+    // the application file system's staging directory, for which the writable window must be open.
+    explicit StagedFile(const char* dir = paths::osfs_staging);
     ~StagedFile();
     StagedFile(const StagedFile&) = delete;
     StagedFile& operator=(const StagedFile&) = delete;
@@ -24,6 +26,12 @@ public:
     [[nodiscard]] bool publish(const std::string& final_path);
 
 private:
+    std::string dir_;
+    bool made_dir_ = false;
     std::string name_;
     UniqueFd fd_;
 };
+
+// Removes what a run cut short left staged on the application file system, opening the writable
+// window only when there is something to remove, so a plain run stays cheap (D28).
+void osfs_staging_clear();

@@ -13,6 +13,7 @@
 
 #include "base/caller.hpp"
 #include "base/io.hpp"
+#include "base/run_lock.hpp"
 #include "base/shared.hpp"
 
 namespace {
@@ -48,11 +49,17 @@ std::string parent_of(const std::string& path) {
     return dir.empty() ? "/" : dir;
 }
 
+// The directory a state file is written in, held; the state there is every run's (D22).
+UniqueFd hold_state_dir(const std::string& path) {
+    shared_work();
+    return UniqueFd(
+        ::open(parent_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
 }  // namespace
 
 StateFile::StateFile(const std::string& path, mode_t mode)
-    : dir_(::open(parent_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)),
-      name_(base_name(path)) {
+    : dir_(hold_state_dir(path)), name_(base_name(path)) {
     if (!dir_ || name_.empty()) {
         return;
     }
@@ -106,6 +113,7 @@ bool state_file_exists(const std::string& path) {
 }
 
 Result<StateBytes> state_file_read(const std::string& path) {
+    shared_work();
     UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd) {
         // Nothing at the name, a link or a socket: none of them is the program's state.
@@ -119,9 +127,9 @@ Result<StateBytes> state_file_read(const std::string& path) {
     if (!is_state_file(st)) {
         return StateBytes{};
     }
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(st.st_size));
-    if (read_full(fd.get(), bytes.data(), bytes.size()) != bytes.size()) {
+    std::optional<std::vector<std::uint8_t>> bytes = read_whole(fd.get(), st.st_size);
+    if (!bytes) {
         return ST_FAILURE;
     }
-    return StateBytes{std::move(bytes)};
+    return StateBytes{std::move(*bytes)};
 }

@@ -46,7 +46,9 @@ private:
                                             std::span<const std::uint8_t> bytes,
                                             mode_t mode = state_file_mode);
 
-// Whether anything is at path, judged with root's rights whoever asks (D3).
+// Whether anything is at path, judged with root's rights whoever asks (D3). A presence test by
+// name, made without the run lock (D22): where a command reads the caller's file after it, the
+// presence it acts on is judged again once the lock is held.
 [[nodiscard]] bool state_file_exists(const std::string& path);
 
 using StateBytes = std::optional<std::vector<std::uint8_t>>;

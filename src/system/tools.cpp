@@ -2,6 +2,7 @@
 #include "system/tools.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -20,6 +22,7 @@
 #include "base/io.hpp"
 #include "base/output.hpp"
 #include "base/paths.hpp"
+#include "base/run_lock.hpp"
 #include "base/status.hpp"
 
 namespace {
@@ -37,10 +40,50 @@ void child_default_signals() {
     (void)sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-// Forks and execs the tool; in the child, out (when valid) becomes its standard output. The child
-// sees only descriptors 0 to 2, since everything we open is close-on-exec, and the process's own
-// environment, which is already the fixed one (D5). -1 when the fork failed.
-pid_t spawn(const char* path, const std::vector<const char*>& argv, int out) {
+// Where a tool's standard output goes: into the held output after our own lines (neither field
+// set), onto a descriptor of ours, or into a text its caller reads.
+struct ToolStdout {
+    int fd = -1;
+    std::string* text = nullptr;
+};
+
+// Whether the tool works on what runs share, as every tool but the last step's does.
+enum class ToolWork { shared, last_step };
+
+// The descriptors a tool starts with: /dev/null to read, and our pipes (or a descriptor of ours)
+// to write to. Never the caller's: a caller who reads nothing must not stop a tool while this run
+// holds the lock (D22).
+struct ChildEnds {
+    UniqueFd in;
+    UniqueFd out_read;
+    UniqueFd out_write;
+    UniqueFd err_read;
+    UniqueFd err_write;
+};
+
+std::optional<ChildEnds> child_ends(const ToolStdout& out) {
+    ChildEnds ends;
+    ends.in.reset(::open(paths::dev_null, O_RDONLY | O_CLOEXEC));
+    int fds[2];
+    if (!ends.in || pipe2(fds, O_CLOEXEC) != 0) {
+        return std::nullopt;
+    }
+    ends.err_read.reset(fds[0]);
+    ends.err_write.reset(fds[1]);
+    if (out.fd < 0) {
+        if (pipe2(fds, O_CLOEXEC) != 0) {
+            return std::nullopt;
+        }
+        ends.out_read.reset(fds[0]);
+        ends.out_write.reset(fds[1]);
+    }
+    return ends;
+}
+
+// Forks and execs the tool on the given descriptors 0 to 2. The child sees no other descriptor,
+// since everything we open is close-on-exec, and the process's own environment, which is already
+// the fixed one (D5). -1 when the fork failed.
+pid_t spawn(const char* path, const std::vector<const char*>& argv, int in, int out, int err) {
     std::vector<char*> args;
     args.reserve(argv.size() + 1);
     for (const char* a : argv) {
@@ -48,18 +91,49 @@ pid_t spawn(const char* path, const std::vector<const char*>& argv, int out) {
     }
     args.push_back(nullptr);
 
-    // Our own lines are printed in pieces; what we printed so far must come before the tool's.
-    output_release();
     const pid_t pid = fork();
     if (pid == 0) {
         child_default_signals();
-        if (out >= 0 && dup2(out, STDOUT_FILENO) < 0) {
+        if (dup2(in, STDIN_FILENO) < 0 || dup2(out, STDOUT_FILENO) < 0 ||
+            dup2(err, STDERR_FILENO) < 0) {
             _exit(ST_FAILURE);
         }
         execv(path, args.data());
         _exit(ST_FAILURE);
     }
     return pid;
+}
+
+// Reads both pipes while the tool writes them, so a tool that says much never blocks on a full
+// pipe, until the tool and whatever it started have closed them.
+void collect(UniqueFd out_read, UniqueFd err_read, std::string* text) {
+    pollfd fds[2] = {{out_read.get(), POLLIN, 0}, {err_read.get(), POLLIN, 0}};
+    char buf[io_block * 4];
+    while (fds[0].fd >= 0 || fds[1].fd >= 0) {
+        if (poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return;
+        }
+        for (std::size_t i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || fds[i].revents == 0) {
+                continue;
+            }
+            const ssize_t n = read(fds[i].fd, buf, sizeof buf);
+            if (n < 0 && errno == EINTR) {
+                continue;
+            }
+            if (n <= 0) {
+                fds[i].fd = -1;
+            } else if (i == 0 && text != nullptr) {
+                text->append(buf, static_cast<std::size_t>(n));
+            } else {
+                output_append(i == 0 ? STDOUT_FILENO : STDERR_FILENO, buf,
+                              static_cast<std::size_t>(n));
+            }
+        }
+    }
 }
 
 // 0 only when the child exited normally with code 0.
@@ -72,28 +146,43 @@ ExitStatus wait_child(pid_t pid) {
     return r == pid && status == 0 ? ST_OK : ST_FAILURE;
 }
 
+// The one tool runner. Nothing could be started (no pipe, no child): on_fork_failure decides
+// whether that is the wrapper's 9 (nullopt here) or the end of the program.
+std::optional<ExitStatus> run_tool(const char* path, const std::vector<const char*>& argv,
+                                   ForkFailure on_fork_failure, ToolStdout out = {},
+                                   ToolWork work = ToolWork::shared) {
+    if (work == ToolWork::shared) {
+        shared_work();
+    }
+    std::optional<ChildEnds> ends = child_ends(out);
+    const pid_t pid =
+        ends ? spawn(path, argv, ends->in.get(), out.fd >= 0 ? out.fd : ends->out_write.get(),
+                     ends->err_write.get())
+             : -1;
+    if (pid < 0) {
+        if (on_fork_failure == ForkFailure::end_program) {
+            // Nothing else is owed to anyone, but the lines already printed are the caller's.
+            output_release();
+            _exit(ST_FAILURE);
+        }
+        return std::nullopt;
+    }
+    ends->in.reset();
+    ends->out_write.reset();
+    ends->err_write.reset();
+    collect(std::move(ends->out_read), std::move(ends->err_read), out.text);
+    return wait_child(pid);
+}
+
 }  // namespace
 
 ExitStatus sys_run_tool(const char* path, const std::vector<const char*>& argv,
                         ForkFailure on_fork_failure) {
-    const pid_t pid = spawn(path, argv, -1);
-    if (pid < 0) {
-        if (on_fork_failure == ForkFailure::end_program) {
-            // Output was flushed before the fork; nothing else is owed to anyone.
-            _exit(ST_FAILURE);
-        }
-        return ST_FAILURE;
-    }
-    return wait_child(pid);
+    return run_tool(path, argv, on_fork_failure).value_or(ST_FAILURE);
 }
 
 bool sys_tool_started_into(const char* path, const std::vector<const char*>& argv, int out) {
-    const pid_t pid = spawn(path, argv, out);
-    if (pid < 0) {
-        return false;
-    }
-    (void)wait_child(pid);
-    return true;
+    return run_tool(path, argv, ForkFailure::return_failure, {out, nullptr}).has_value();
 }
 
 ExitStatus sys_adduser(const char* user) {
@@ -118,8 +207,12 @@ ExitStatus sys_passwd(const char* option, const char* user) {
 }
 
 void sys_reboot() {
-    // The system is going down; whatever the tool says, the caller carries on and finishes.
-    (void)sys_run_tool(paths::tool_reboot, {"reboot"}, ForkFailure::end_program);
+    // The reboot is a run's last step: the lock is given back and our lines reach the caller
+    // before the system goes down (D22). Whatever the tool says, the caller carries on and
+    // finishes.
+    output_release();
+    (void)run_tool(paths::tool_reboot, {"reboot"}, ForkFailure::end_program, {},
+                   ToolWork::last_step);
 }
 
 ExitStatus sys_mount(const char* type, const char* options, const char* device,
@@ -151,23 +244,13 @@ ExitStatus sys_nvram_commit() {
 }
 
 Result<std::optional<std::string>> sys_nvram_get(const char* key) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
+    std::string output;
+    // Its status says nothing the output does not: a value is what it printed. A tool that could
+    // not be executed prints nothing, exactly like a key that holds nothing.
+    if (!run_tool(paths::tool_nvram, {"nvram", "get", key}, ForkFailure::return_failure,
+                  {-1, &output})) {
         return ST_FAILURE;
     }
-    UniqueFd read_end(ends[0]);
-    UniqueFd write_end(ends[1]);
-    const pid_t pid = spawn(paths::tool_nvram, {"nvram", "get", key}, write_end.get());
-    write_end.reset();
-    if (pid < 0) {
-        return ST_FAILURE;
-    }
-    // Read to the end so the tool never blocks on a full pipe. A tool that could not be executed
-    // prints nothing, exactly like a key that holds nothing.
-    std::string output = read_to_end(read_end.get());
-    read_end.reset();
-    // Its status says nothing the output does not: a value is what it printed.
-    (void)wait_child(pid);
     if (output.empty()) {
         return std::optional<std::string>();
     }
@@ -179,6 +262,7 @@ Result<std::optional<std::string>> sys_nvram_get(const char* key) {
 }
 
 ExitStatus sys_chown(const char* path, uid_t uid, gid_t gid) {
+    shared_work();
     if (chown(path, uid, gid) != 0) {
         std::printf("Failed change ownership on %s.\n", path);
         return ST_FAILURE;
@@ -187,6 +271,7 @@ ExitStatus sys_chown(const char* path, uid_t uid, gid_t gid) {
 }
 
 ExitStatus sys_chmod(const char* path, mode_t mode) {
+    shared_work();
     if (chmod(path, mode) != 0) {
         std::printf("Failed change permissions on %s.\n", path);
         return ST_FAILURE;

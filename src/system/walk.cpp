@@ -10,6 +10,7 @@
 #include <string>
 
 #include "base/path_rules.hpp"
+#include "base/run_lock.hpp"
 #include "base/shared.hpp"
 
 namespace {
@@ -61,6 +62,8 @@ int trampoline(const char* path, const struct stat* st, int type, struct FTW* /*
 }  // namespace
 
 ExitStatus walk_tree(const char* root, const Step& step) {
+    // Every tree walked is the terminal's own, which other runs change (D22).
+    shared_work();
     Current& c = current();
     const Current saved = c;
     c.step = &step;

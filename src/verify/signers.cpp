@@ -304,7 +304,8 @@ void Signers::deleted(const std::string& path) {
     s.last = nullptr;
 }
 
-Result<Signer> data_verify(Signers& signers, const char* path, const Signature& sig, OpenAs who) {
+Result<Signer> data_verify(Signers& signers, const char* path, const Signature& sig, OpenAs who,
+                           CallerFile* held) {
     Result<CallerFile> file = caller_open_to_verify(path, nullptr, who);
     if (!file.ok()) {
         return file.status();
@@ -314,11 +315,14 @@ Result<Signer> data_verify(Signers& signers, const char* path, const Signature& 
     if (!digest.ok()) {
         return digest.status();
     }
-    file->fd.reset();
-    return signers.find(*digest, sig);
+    Result<Signer> signer = signers.find(*digest, sig);
+    if (signer.ok() && held != nullptr) {
+        *held = std::move(file.value());
+    }
+    return signer;
 }
 
-Result<Signer> file_verify(Signers& signers, const char* path) {
+Result<Signer> file_verify(Signers& signers, const char* path, CallerFile* held) {
     if (!caller_access(path, F_OK)) {
         std::printf("Invalid file: %s\n", path);
         return ST_BAD_ARGUMENT;
@@ -327,5 +331,5 @@ Result<Signer> file_verify(Signers& signers, const char* path) {
     if (!sig.ok()) {
         return sig.status();
     }
-    return data_verify(signers, path, *sig, OpenAs::caller);
+    return data_verify(signers, path, *sig, OpenAs::caller, held);
 }

@@ -62,9 +62,14 @@ private:
 
 // The signer of path + ".sig" over path, both read with the caller's rights (D3), after
 // "Invalid file: %s\n" and 1 for a path that does not exist; else as Signers::find, or the
-// failure of reading either file.
-[[nodiscard]] Result<Signer> file_verify(Signers& signers, const char* path);
+// failure of reading either file. A file that verified stays in held, when given: the
+// descriptor it was digested from, with the size and mode it had then. What is installed is
+// copied from there (D6), so nothing the caller does to the name afterwards, such as a swap for a
+// sparse file of exabytes, is ever read.
+[[nodiscard]] Result<Signer> file_verify(Signers& signers, const char* path,
+                                         CallerFile* held = nullptr);
 
-// The signer of sig over the file at path, read with the rights of `who` (D27 for the sweep).
+// The signer of sig over the file at path, read with the rights of `who` (D27 for the sweep);
+// held as for file_verify.
 [[nodiscard]] Result<Signer> data_verify(Signers& signers, const char* path, const Signature& sig,
-                                         OpenAs who);
+                                         OpenAs who, CallerFile* held = nullptr);

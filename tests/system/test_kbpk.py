@@ -147,20 +147,26 @@ NEW = hashlib.sha256(KBPK_VALUE).digest()
 NEW_PAIR = NEW + hashlib.sha256(S.request(S.KBPK_INSTALL, 4, b"\x00\x40" + KBPK_VALUE)).digest()
 
 
-@pytest.mark.parametrize("name,before,status,message,after", [
-    (".sha256", OLD, 0, INSTALLED, OLD + NEW_PAIR),
-    (".sha256", OLD + b"x" * 6, 0, INSTALLED, OLD + b"x" * 6 + NEW_PAIR),
-    (".sha256", OLD + b"x" * 36, 9, b"Invalid cryptographic key hash file length.\n", None),
-    (".sha256", NEW + bytes(32), 12, DUPLICATE, None),
-    (".sha256", NEW_PAIR + b"x" * 36, 0, REINSTALL + INSTALLED, None),  # found before the part record
-    (".sha256-hashes", OLD[:32] + b"y" * 8, 0, INSTALLED, OLD[:32] + b"y" * 8 + NEW),
+@pytest.mark.parametrize("name,before,status,message,after,paired", [
+    (".sha256", OLD, 0, INSTALLED, OLD + NEW_PAIR, None),
+    (".sha256", OLD + b"x" * 6, 0, INSTALLED, OLD + b"x" * 6 + NEW_PAIR, None),
+    (".sha256", OLD + b"x" * 36, 9, b"Invalid cryptographic key hash file length.\n", None, None),
+    (".sha256", NEW + bytes(32), 12, DUPLICATE, None, None),
+    (".sha256", NEW_PAIR + b"x" * 36, 0, REINSTALL + INSTALLED, None, None),  # found before the part record
+    (".sha256-hashes", OLD[:32] + b"y" * 8, 0, INSTALLED, OLD[:32] + b"y" * 8 + NEW, None),
+    # Both there: the single registry is in force, and only it knows the key.
+    (".sha256-hashes", NEW, 12, DUPLICATE, None, OLD),
 ])
-def test_install_meets_the_registry_in_force(kt, name, before, status, message, after):
+def test_install_meets_the_registry_in_force(kt, name, before, status, message, after, paired):
     kt.write(SAPI + name, before)
+    if paired is not None:
+        kt.write(SAPI + ".sha256", paired)
     signed_file(kt, KBPK, "acme", data=KBPK_VALUE)
     assert run(kt, "--install-kbpk", "4") == (status, message)
     assert kt.read(SAPI + name) == (before if after is None else after)
-    assert kt.exists(SAPI + ".sha256") == (name == ".sha256")
+    assert kt.exists(SAPI + ".sha256") == (name == ".sha256" or paired is not None)
+    if paired is not None:
+        assert kt.read(SAPI + ".sha256") == paired
     assert kt.exists(SAPI + ".KBPK0004") == (status == 0) == kt.exists(SAPI + ".FLAG0004")
     assert kt.sapi.kbpk(4) is not None  # the device is told nothing of a refusal
 
@@ -208,9 +214,9 @@ def test_refused_signers(kt, command, deleted, signer):
     assert files(kt, ".FLAG0009", ".KBPK0002") == {".FLAG0009": b"8000", ".KBPK0002": None}
 
 
-def test_flag_file_that_cannot_be_written_leaves_the_state_file(kt):
+def test_d28_flag_file_that_cannot_be_written_leaves_no_kbpk_to_load_without_it(kt):
     kt.mkdir(SAPI + ".FLAG0005", 0o700)
     signed_file(kt, KBPK, "HSM-PCI-PIN", data=KBPK_VALUE)
     assert run(kt, "--install-kbpk", "5") == (9, ON)
-    assert kt.read(SAPI + ".KBPK0005") == kt.sapi.kbpk(5).protected
-    assert run(kt, "--install-kbpk", "5").status == 10
+    assert not kt.exists(SAPI + ".KBPK0005")
+    assert run(kt, "--verify-kbpk-pci-pin", "5").status == 10

@@ -20,7 +20,7 @@ def kt(term):
     term.start_sapi()
     for acquirer in (0, 5, 6):
         give_kbpk(term, acquirer)
-    term.mkdir("/home/app", 0o755)
+    term.mkdir("/home/app", 0o755, uid=500, gid=500)  # the application user's own home (D20)
     return term
 
 

@@ -1,11 +1,9 @@
 """Removing and renaming installed files: the pair stays together, ownership decides who may."""
 import os
-import time
-from contextlib import nullcontext
 
 import pytest
 
-from helpers import provision, racing, run_cmd
+from helpers import provision, run_cmd, traced
 
 
 @pytest.fixture
@@ -45,6 +43,35 @@ def test_remove_outside_the_application_file_system_or_of_half_a_pair_is_refused
     assert installed.exists("/usr/local/app/nosig") and installed.usr_local_readonly()
 
 
+@pytest.mark.parametrize("command", ["--remove", "--rename"])
+@pytest.mark.parametrize("path,uid,status,message", [
+    # A refusal names the place the path leads to, however it was spelt.
+    ("/usr/local/", 0, 8, b"Invalid path: /usr/local\n"),
+    ("/usr/local/.", 0, 8, b"Invalid path: /usr/local\n"),
+    ("/usr/local/app/..", 0, 8, b"Invalid path: /usr/local\n"),
+    ("/usr/local/app/../..", 0, 8, b"Invalid path: /usr\n"),
+    ("/usr/local/app/out/", 0, 8, b"Invalid path: /etc\n"),
+    ("/tmp/out", 0, 8, b"Invalid path: /etc/passwd\n"),
+    # A directory inside is judged by the owner rule, and is never removed or renamed.
+    ("/usr/local/app/", 500, 6, b"Access denied: /usr/local/app.\n"),
+    ("/usr/local/app/lib/..", 500, 6, b"Access denied: /usr/local/app.\n"),
+    ("/usr/local/app/lib/.", 0, 9, b""),
+    ("/usr/local/app/lib/", 0, 9, b"")])
+def test_refusals_name_the_resolved_path(installed, command, path, uid, status, message):
+    # A pair inside the directory bears the directory's own name: the change must not land on it.
+    installed.write("/usr/local/app/lib/lib", b"data")
+    installed.write("/usr/local/app/lib/lib.sig", b"s" * 256)
+    installed.symlink("/etc", "/usr/local/app/out")
+    installed.symlink("/etc/passwd", "/tmp/out")
+    def listing():
+        return [sorted(os.listdir(installed.path(d))) for d in ("/usr/local/app", "/usr/local/app/lib")]
+    before = listing()
+    args = [command, path] + (["/usr/local/app/new"] if command == "--rename" else [])
+    assert run_cmd(installed, args, uid=uid, gid=uid) == (status, message)
+    assert listing() == before
+    assert installed.exists("/etc/passwd") and installed.usr_local_readonly()
+
+
 CERT = "/usr/local/share/certs/acme.crt"
 
 
@@ -73,43 +100,50 @@ def test_rename_stays_in_its_directory(installed, new, status, message):
     assert installed.exists("/usr/local/app/roots") and installed.exists("/usr/local/app/roots.sig")
 
 
-@pytest.mark.parametrize("args,out", [([], b"File removed.\n"),
-                                      (["/usr/local/app/lnk2"], b"File renamed.\n")])
-def test_link_is_changed_as_a_link_while_a_directory_of_its_path_flips(installed, args, out):
-    # D15: the named link goes, with its own ".sig"; its target stays. The caller's path flips
-    # between two directories, and the change never lands in the one the caller may not touch.
-    t = installed
-    t.mkdir("/usr/local/other", 0o555)
-    for name in ("secret", "secret.sig", "lnk.sig"):
-        t.write(f"/usr/local/other/{name}", b"root's")
-    t.symlink("secret", "/usr/local/other/lnk")
-    kept = [f"/usr/local/{name}{sig}" for name in ("app/mine", "other/lnk", "other/secret")
-            for sig in ("", ".sig")]
-    gone = ["/usr/local/app/lnk", "/usr/local/app/lnk.sig"]
-    sw = t.path("/tmp/sw", follow=False)
+ACTIONS = [(["--remove", "/tmp/sw/lnk"], b"File removed.\n"),
+           (["--rename", "/tmp/sw/lnk", "/usr/local/app/lnk2"], b"File renamed.\n")]
 
-    def point_at(directory):
-        os.symlink(directory, sw + ".new")
-        os.rename(sw + ".new", sw)
-    # The last round runs without the flips, so the link's own change is proved every time.
-    for calm in [False] * 24 + [True]:
-        for p in [p for a in args for p in (a, a + ".sig") if t.exists(p)]:
-            t.remove(p)
-        if not t.exists(gone[0]):
-            t.symlink("mine", gone[0])
-            t.write(gone[1], b"link's", gid=500)
-        point_at("/usr/local/app")
-        with nullcontext() if calm else racing(
-                lambda: point_at("/usr/local/app"), lambda: time.sleep(0.001),
-                lambda: point_at("/usr/local/other"), lambda: time.sleep(0.001)):
-            r = t.run(["--" + ("rename" if args else "remove"), "/tmp/sw/lnk"] + args, uid=500)
-        assert all(t.exists(p) for p in kept), r.stdout
-        assert t.read("/usr/local/app/mine") == b"data" and t.usr_local_readonly()
-        if r.status == 0:
-            assert r.stdout.endswith(out) and not any(t.exists(p) for p in gone)
-            assert all(t.lstat(p) for p in args)  # the link under its new name
-        else:
-            assert not calm and r.status in (6, 9) and all(t.exists(p) for p in gone), r.stdout
+
+@pytest.mark.parametrize("args,out", ACTIONS)
+def test_link_is_changed_as_a_link_with_its_own_signature(installed, args, out):
+    # D15: the named link goes, with its own ".sig"; its target stays.
+    t = installed
+    t.symlink("/usr/local/app", "/tmp/sw")
+    t.symlink("mine", "/usr/local/app/lnk")
+    t.write("/usr/local/app/lnk.sig", b"link's", gid=500)
+    r = t.run(args, uid=500)
+    assert (r.status, r.stdout[-len(out):]) == (0, out)
+    assert not t.exists("/usr/local/app/lnk") and not t.exists("/usr/local/app/lnk.sig")
+    assert t.read("/usr/local/app/mine") == b"data" and t.exists("/usr/local/app/mine.sig")
+    if args[0] == "--rename":
+        assert os.readlink(t.path(args[2], follow=False)) == "mine"
+        assert t.read(args[2] + ".sig") == b"link's"
+    assert t.usr_local_readonly()
+
+
+@traced
+@pytest.mark.parametrize("args,out", ACTIONS)
+def test_directory_of_the_path_flipped_after_it_is_held_changes_nothing_outside(installed, args,
+                                                                               out):
+    # D15: the caller's path leads outside /usr/local/ when the program takes hold of the
+    # directory, and inside when the program reads the path's text; whatever acts on the held
+    # directory must find out that it is not the one the text names. The whole path resolves
+    # inside throughout (a link of root's in /etc leads back), so only that check stands.
+    t = installed
+    t.write("/usr/local/app/lnk", b"data", gid=500)
+    t.write("/usr/local/app/lnk.sig", b"s" * 256, gid=500)
+    t.symlink("/usr/local/app/lnk", "/etc/lnk")
+    t.write("/etc/lnk.sig", b"root's")
+    t.symlink("/etc", "/tmp/sw")
+    etc = sorted(os.listdir(t.path("/etc")))
+    with t.traced(args, ("openat", "/tmp/sw*"), after=True, uid=500) as run:
+        run.wait_stopped()
+        os.unlink(t.path("/tmp/sw", follow=False))
+        os.symlink("/usr/local/app", t.path("/tmp/sw", follow=False))
+        r = run.resume()
+    assert os.readlink(t.path("/etc/lnk", follow=False)) == "/usr/local/app/lnk"
+    assert t.read("/etc/lnk.sig") == b"root's" and sorted(os.listdir(t.path("/etc"))) == etc
+    assert r.status != 0 and t.read("/usr/local/app/lnk") == b"data" and t.usr_local_readonly()
 
 
 @pytest.mark.parametrize("args", [

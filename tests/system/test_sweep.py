@@ -134,3 +134,54 @@ def test_sweep_forgets_a_candidate_signer_it_deleted(term):
     assert all(first < r.stdout.index(line) < after for line in deleted)
     assert not term.exists("/usr/local/share/certs/acme.crt")
     assert term.exists("/usr/local/share/aa/first") and not term.exists("/usr/local/share/zz/after")
+
+
+# D23: neither walk that deletes what it finds (the sweep, and the emptying of "/usr/local/" after a
+# failed start-up check) goes out of the tree through a link, and such a link is left as it is;
+# the program and the trust anchors lie behind a link to "/usr".
+OUTSIDE = ["/srv/ext/unsigned", "/srv/ext/orphan.sig", "/srv/ext/deep/unsigned"]
+KEPT_ELSEWHERE = OUTSIDE + ["/usr/sbin/orvin-auth", "/usr/ssl/cert.pem"]
+
+
+def link_out_and_in(term, target):
+    """A link in the tree to target, one to a directory inside the tree and one back to its own
+    directory; gives the path under which the inside directory is met first."""
+    for path in OUTSIDE:
+        term.write(path, b"elsewhere")
+    term.symlink(target, "/usr/local/share/ext")
+    provision(term, "acme")
+    signed_file(term, "/usr/local/acme/lib/good", "acme")
+    term.write("/usr/local/acme/lib/bad", b"unsigned")
+    term.symlink("/usr/local/acme/lib", "/usr/local/share/lib")
+    term.symlink(".", "/usr/local/share/loop")
+    # The walk goes depth first in the order the directory lists its entries.
+    top = [n for n in os.listdir(term.path("/usr/local")) if n in ("acme", "share")]
+    return "/usr/local/acme/lib" if top[0] == "acme" else "/usr/local/share/lib"
+
+
+@pytest.mark.parametrize("target", ["/srv/ext", "../../../srv/ext", "/usr"])
+def test_sweep_stays_inside_and_walks_each_directory_once(term, target):
+    lib = link_out_and_in(term, target)
+    r = run_cmd(term, ["--authenticate"])
+    assert r.status == 0
+    assert b"/srv/" not in r.stdout and b"/ext/" not in r.stdout and b"/usr/sbin" not in r.stdout
+    assert all(term.exists(p) for p in KEPT_ELSEWHERE)
+    assert os.readlink(term.path("/usr/local/share/ext", follow=False)) == target
+    # The inside directory is judged once, under the path it was first met by.
+    for line in [b" - data/executable - verified\n", b" - signature\n",
+                 b" - data/executable - missing signature - delete\n"]:
+        assert r.stdout.count(line) == 1, r.stdout
+    assert f"{lib}/good - data/executable - verified\n".encode() in r.stdout
+    assert f"{lib}/bad - data/executable - missing signature - delete\n".encode() in r.stdout
+    assert term.exists("/usr/local/acme/lib/good") and not term.exists("/usr/local/acme/lib/bad")
+
+
+@pytest.mark.parametrize("target", ["/srv/ext", "../../../srv/ext", "/usr"])
+def test_emptying_after_a_failed_check_stays_inside(term, target):
+    link_out_and_in(term, target)
+    term.remove_tool("/bin/umount")
+    r = term.run([])
+    assert (r.status, r.stdout[-26:]) == (9, b"Consistency check failed.\n")
+    assert all(term.exists(p) for p in KEPT_ELSEWHERE)
+    assert os.readlink(term.path("/usr/local/share/ext", follow=False)) == target
+    assert os.listdir(term.path("/usr/local/acme/lib")) == []
