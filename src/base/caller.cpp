@@ -33,9 +33,7 @@ void caller_record() {
 void caller_become_root() {
     // Without the set-user-ID bit these fail and the process stays the caller's; every privileged
     // step then fails on its own with its own message.
-    if (setresgid(0, 0, 0) != 0 || setresuid(0, 0, 0) != 0) {
-        return;
-    }
+    [[maybe_unused]] const bool became_root = setresgid(0, 0, 0) == 0 && setresuid(0, 0, 0) == 0;
 }
 
 const Caller& caller() { return recorded(); }

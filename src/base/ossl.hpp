@@ -1,6 +1,7 @@
 // Owners for OpenSSL objects, so every object is released on every path.
 #pragma once
 
+#include <cstdio>
 #include <memory>
 
 #include <openssl/bio.h>
@@ -45,3 +46,8 @@ using Asn1StringPtr = std::unique_ptr<ASN1_STRING, Deleter<ASN1_STRING_free>>;
 using Asn1TimePtr = std::unique_ptr<ASN1_TIME, Deleter<ASN1_TIME_free>>;
 using BioPtr = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
 using OpensslStringPtr = std::unique_ptr<char, Deleter<openssl_string_free>>;
+
+// The line for a library failure that has nothing more to say.
+inline void openssl_failure() {
+    std::puts("FATAL: OpenSSL failure.");
+}

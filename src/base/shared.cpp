@@ -11,8 +11,9 @@
 #include "caller.hpp"
 #include "owners.hpp"
 #include "paths.hpp"
+#include "trust_anchor.hpp"
 
-int orvin_rki_ca = 0;
+TrustAnchor trust_anchor;
 
 ConsoleMode get_mode() {
     static constexpr const char* serial_getty = "::respawn:/sbin/getty -L ttymxc1 115200 vt100\n";

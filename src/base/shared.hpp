@@ -8,10 +8,6 @@
 
 #include "result.hpp"
 
-// 1 while no production-signing certificate issued by "KeySigning" is installed: certificates are
-// then verified against the RKI anchor. Only ever goes from 1 to 0 within a run.
-extern int orvin_rki_ca;
-
 // Whether the terminal runs a serial console login; unknown after "Failed to open inittab." when
 // "/etc/inittab" is unreadable.
 enum class ConsoleMode { serial_login = 1, no_serial_login = 2, unknown = 9 };

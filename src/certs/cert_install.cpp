@@ -21,7 +21,9 @@
 #include "base/paths.hpp"
 #include "base/run_lock.hpp"
 #include "base/shared.hpp"
+#include "base/trust_anchor.hpp"
 #include "certs/cert_user.hpp"
+#include "certs/handlers.hpp"
 #include "system/osfs.hpp"
 #include "system/staged_file.hpp"
 #include "verify/cert_chain.hpp"
@@ -92,15 +94,16 @@ ExitStatus write_store_file(const std::string& destination, const X509* cert,
     return ST_OK;
 }
 
-// The offered file is read once, with the caller's rights (D3); everything after works on what
-// was verified, however the file changes meanwhile (D6). A file that does not verify is deleted
-// as the caller could delete it himself (D2).
-Result<X509Ptr> verify_offered(const char* path) {
-    Result<X509Ptr> cert = cert_verify(path, OpenAs::caller);
-    if (cert.status() == ST_CERT_INVALID && !caller_unlink(path)) {
-        std::printf("Failed to delete invalid certificate: %s.\n", path);
+// The offered file is read once, with the caller's rights (D3), and verified against the run's
+// anchor; everything after works on what was verified, however the file changes meanwhile (D6).
+Result<X509Ptr> verify_offered(ChainStore& chains, const char* path) {
+    ChainVerdict verdict = chains.verify(path, OpenAs::caller, trust_anchor.get());
+    // Once a production-signing certificate from "KeySigning" is offered, the bundle anchors the
+    // rest of the run, the KBPK requests' trust-anchor flag included.
+    if (verdict.prod_sign_from_key_signing) {
+        trust_anchor.set(Anchor::bundle);
     }
-    return cert;
+    return std::move(verdict.cert);
 }
 
 }  // namespace
@@ -148,15 +151,13 @@ ExitStatus cert_install(const char* path, const X509* cert) {
     }
     OsfsWritable writable;
     if (!writable.ok()) {
-        std::fputs("FATAL: Internal filesystem call failed.", stdout);
         return ST_FAILURE;
     }
     return write_store_file(destination, cert, *group);
 }
 
-ExitStatus cmd_cert_install_check(int /*argc*/, char** argv) {
-    const char* source = argv[2];
-    const Result<X509Ptr> cert = cert_verify(source, OpenAs::caller);
+ExitStatus cmd_cert_install_check(ChainStore& chains, const char* source) {
+    const Result<X509Ptr> cert = verify_offered(chains, source);
     if (!cert.ok()) {
         return cert.status();
     }
@@ -167,9 +168,12 @@ ExitStatus cmd_cert_install_check(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-ExitStatus cmd_cert_install(int /*argc*/, char** argv) {
-    const char* source = argv[2];
-    const Result<X509Ptr> cert = verify_offered(source);
+ExitStatus cert_install_offered(ChainStore& chains, const char* source) {
+    const Result<X509Ptr> cert = verify_offered(chains, source);
+    // A file that does not verify is deleted as the caller could delete it himself (D2).
+    if (cert.status() == ST_CERT_INVALID && !caller_unlink(source)) {
+        std::printf("Failed to delete invalid certificate: %s.\n", source);
+    }
     if (!cert.ok()) {
         return cert.status();
     }
@@ -187,4 +191,8 @@ ExitStatus cmd_cert_install(int /*argc*/, char** argv) {
     }
     std::puts("Certificate installed.");
     return ST_OK;
+}
+
+ExitStatus cmd_cert_install(ChainStore& chains, const char* source) {
+    return cert_install_offered(chains, source);
 }

@@ -7,9 +7,7 @@
 
 #include "base/result.hpp"
 #include "base/status.hpp"
-// cmd_cert_install_check and cmd_cert_install: both read only argv[2], the certificate file, so a
-// caller may pass a vector of its own.
-#include "certs/handlers.hpp"
+#include "verify/cert_chain.hpp"
 
 // "/usr/local/share/certs/" + the text after the last "/" of path.
 [[nodiscard]] std::string cert_destination(const std::string& path);
@@ -22,3 +20,9 @@
 // Writes cert into the store under path's base name, mode 0444, and for the application user's
 // certificate with its group. 0 or 9, with its own messages.
 [[nodiscard]] ExitStatus cert_install(const char* path, const X509* cert);
+
+// The installation of the certificate file offered as source, every check included: its chain
+// against the run's anchor (a file that fails is deleted as the caller could, D2), its place and
+// common name, the application user's rule, then the store file. 0, or the first failure's
+// status with its message.
+[[nodiscard]] ExitStatus cert_install_offered(ChainStore& chains, const char* source);

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "base/paths.hpp"
-#include "base/shared.hpp"
+#include "base/trust_anchor.hpp"
 #include "base/status.hpp"
 #include "certs/cert_install.hpp"
 #include "base/hex.hpp"
@@ -46,17 +46,8 @@ ExitStatus write_temporary(const std::string& path, const std::string& bytes) {
         restored_file_mode);
 }
 
-// The certificate goes through the ordinary installation, with every check it makes.
-ExitStatus install_temporary(const std::string& path) {
-    std::string name = "orvin-auth";
-    std::string option = "--install-cert";
-    std::string file = path;
-    char* argv[] = {name.data(), option.data(), file.data(), nullptr};
-    return cmd_cert_install(4, argv);
-}
-
 // A value that is absent or malformed leaves the certificate missing; that is not an error.
-ExitStatus restore(const Restorable& cert) {
+ExitStatus restore(ChainStore& chains, const Restorable& cert) {
     Result<std::optional<std::string>> line = sys_nvram_get(cert.nvram_key);
     if (!line.ok()) {
         return line.status();
@@ -72,7 +63,8 @@ ExitStatus restore(const Restorable& cert) {
     if (ExitStatus st = write_temporary(temporary, *bytes); st != ST_OK) {
         return st;
     }
-    return install_temporary(temporary);
+    // The certificate goes through the ordinary installation, with every check it makes.
+    return cert_install_offered(chains, temporary.c_str());
 }
 
 // The store is the program's own: whether a certificate is there must not depend on who asks.
@@ -92,15 +84,16 @@ std::optional<std::string> cert_from_nvram_line(std::string line) {
     return line;
 }
 
-ExitStatus keys_init_cert() {
+ExitStatus keys_init_cert(ChainStore& chains) {
     if (!stored(prod_sign)) {
-        if (ExitStatus st = restore(prod_sign); st != ST_OK) {
+        if (ExitStatus st = restore(chains, prod_sign); st != ST_OK) {
             return st;
         }
-        orvin_rki_ca = prod_sign_from_key_signing() ? 0 : 1;
+        // Whatever the restore left in the store decides the anchor, as at the start of a run.
+        trust_anchor.set(prod_sign_from_key_signing() ? Anchor::bundle : Anchor::rki);
     }
     if (!stored(terminal)) {
-        if (ExitStatus st = restore(terminal); st != ST_OK) {
+        if (ExitStatus st = restore(chains, terminal); st != ST_OK) {
             return st;
         }
     }

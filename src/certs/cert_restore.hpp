@@ -5,13 +5,15 @@
 #include <string>
 
 #include "base/status.hpp"
+#include "verify/cert_chain.hpp"
 
-// Puts "prod-sign.crt" and "terminal.crt" back into the store from nvram when missing; recomputes
-// orvin_rki_ca after a production-signing restore attempt. 0, or the first failed step's status.
-[[nodiscard]] ExitStatus keys_init_cert();
+// Puts "prod-sign.crt" and "terminal.crt" back into the store from nvram when missing, verified in
+// chains; sets the run's trust anchor again after a production-signing restore attempt. 0, or
+// the first failed step's status.
+[[nodiscard]] ExitStatus keys_init_cert(ChainStore& chains);
 
 // Whether the stored production-signing certificate was issued by "KeySigning", which decides the
-// trust anchor (orvin_rki_ca is 0 exactly then). Prints and changes nothing.
+// trust anchor (the bundle exactly then). Prints and changes nothing.
 [[nodiscard]] bool prod_sign_from_key_signing();
 
 // The certificate file's bytes from an nvram line (its last character is the line end), or

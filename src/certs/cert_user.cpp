@@ -11,6 +11,7 @@
 #include "base/caller.hpp"
 #include "base/paths.hpp"
 #include "base/shared.hpp"
+#include "base/trust_anchor.hpp"
 #include "base/status.hpp"
 #include "system/mtd.hpp"
 #include "system/tools.hpp"
@@ -108,13 +109,19 @@ ExitStatus cert_adduser_cn(const std::string& cn) {
     return grant_screens();
 }
 
-WalkStep ftw_process_certs(const char* path, const struct stat* /*st*/, int type) {
+WalkStep ftw_process_certs(ChainStore& chains, const char* path, int type) {
     if (type != FTW_F) {
         return WalkStep::go_on;
     }
     std::printf("%s - certificate", path);
     // The certificate that verified gives the common name too, so each is read once (D6).
-    const Result<X509Ptr> verified = cert_verify(path, OpenAs::root);
+    ChainVerdict verdict = chains.verify(path, OpenAs::root, trust_anchor.get());
+    // A stored production-signing certificate from "KeySigning" makes the bundle the anchor for
+    // the certificates after it and the rest of the run.
+    if (verdict.prod_sign_from_key_signing) {
+        trust_anchor.set(Anchor::bundle);
+    }
+    const Result<X509Ptr> verified = std::move(verdict.cert);
     if (!verified.ok()) {
         std::fputs(" invalid - delete", stdout);
         if (file_unlink(path) != ST_OK) {

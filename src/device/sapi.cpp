@@ -33,8 +33,6 @@ ssize_t read_once(int fd, std::uint8_t* buf, std::size_t count) {
     return n;
 }
 
-}  // namespace
-
 SapiReply sapi_transfer(int fd, const SapiRequest& request, const SapiReplyRule& rule,
                         SapiWriteRefusal refusal) {
     const std::vector<std::uint8_t> bytes = sapi_encode(request);
@@ -63,6 +61,8 @@ SapiReply sapi_transfer(int fd, const SapiRequest& request, const SapiReplyRule&
     reply.resize(static_cast<std::size_t>(got));
     return reply;
 }
+
+}  // namespace
 
 SapiReply sapi_exchange(const SapiRequest& request, const SapiReplyRule& rule,
                         SapiWriteRefusal refusal) {

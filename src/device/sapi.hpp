@@ -20,10 +20,6 @@ using SapiReply = Result<std::vector<std::uint8_t>>;
 [[nodiscard]] SapiReply sapi_exchange(const SapiRequest& request, const SapiReplyRule& rule,
                                       SapiWriteRefusal refusal = SapiWriteRefusal::ordinary);
 
-// The write and read of an exchange on a descriptor already open on the device.
-[[nodiscard]] SapiReply sapi_transfer(int fd, const SapiRequest& request, const SapiReplyRule& rule,
-                                      SapiWriteRefusal refusal);
-
 // Who sends a key install decides how much of the reply must be there and what 252 means.
 enum class KeyInstallSender {
     key_file,      // a working key: digests and protected key, 252 is status 14

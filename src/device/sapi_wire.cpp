@@ -37,17 +37,6 @@ void put_le32(std::span<std::uint8_t, 4> out, std::uint32_t value) {
     }
 }
 
-std::uint16_t get_le16(std::span<const std::uint8_t, 2> in) {
-    return static_cast<std::uint16_t>(in[0] | (in[1] << 8));
-}
-
-std::uint32_t get_le32(std::span<const std::uint8_t, 4> in) {
-    std::uint32_t v = 0;
-    for (std::size_t i = in.size(); i-- > 0;) {
-        v = (v << 8) | in[i];
-    }
-    return v;
-}
 
 std::vector<std::uint8_t> sapi_encode(const SapiRequest& request) {
     std::vector<std::uint8_t> out(sapi::header_size + request.payload.size());

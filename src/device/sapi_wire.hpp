@@ -66,8 +66,6 @@ struct SapiRequest {
 // Little-endian fields, the only byte order the device speaks.
 void put_le16(std::span<std::uint8_t, 2> out, std::uint16_t value);
 void put_le32(std::span<std::uint8_t, 4> out, std::uint32_t value);
-[[nodiscard]] std::uint16_t get_le16(std::span<const std::uint8_t, 2> in);
-[[nodiscard]] std::uint32_t get_le32(std::span<const std::uint8_t, 4> in);
 
 // Header then payload, exactly 8 + payload bytes. Builders below keep payloads within 32 bits.
 [[nodiscard]] std::vector<std::uint8_t> sapi_encode(const SapiRequest& request);

@@ -1,8 +1,8 @@
 // The command table: the one place that knows the option words.
 #include "front/commands.hpp"
 
+#include <array>
 #include <cstdio>
-#include <cstring>
 
 #include "certs/handlers.hpp"
 #include "install/handlers.hpp"
@@ -11,45 +11,57 @@
 #include "verify/handlers.hpp"
 #include "x509/handlers.hpp"
 
+namespace {
+
+constexpr Usage listed = Usage::listed;
+constexpr Usage hidden = Usage::hidden;
+
 // clang-format off
-const std::array<CommandEntry, command_count> cmds{{
-    {"--authenticate",        1, 2, 2, "",                                   cmd_authenticate},
-    {"--install-cert-check",  0, 3, 3, "<certificate file>",                 cmd_cert_install_check},
-    {"--install-cert",        0, 3, 3, "<certificate file>",                 cmd_cert_install},
-    {"--install-image-check", 0, 3, 3, "<image file>",                       cmd_image_install_check},
-    {"--install-image",       0, 3, 3, "<image file>",                       cmd_image_install},
-    {"--install-check",       0, 4, 4, "<signed file> <installed filename>", cmd_file_install_check},
-    {"--install",             0, 4, 4, "<signed file> <installed filename>", cmd_file_install},
-    {"--remove",              0, 3, 3, "<cert/signed file>",                 cmd_file_remove},
-    {"--rename",              0, 4, 4, "<cert/signed file> <new filename>",  cmd_file_rename},
-    {"--update-os",           0, 3, 3, "<operating system image file>",      cmd_os_update},
-    {"--make-factory",        0, 2, 2, "",                                   cmd_make_factory},
-    {"--make-restore",        0, 2, 2, "",                                   cmd_make_restore},
-    {"--wipe",                0, 2, 2, "",                                   cmd_wipe},
-    {"--mount-msd",           1, 2, 2, "",                                   cmd_msd_mount},
-    {"--umount-msd",          1, 2, 2, "",                                   cmd_msd_umount},
-    {"--init-keys",           1, 2, 2, "",                                   cmd_keys_init},
-    {"--install-kbpk-check",  0, 4, 4, "<acquirer ID> <kbpk file>",          cmd_kbpk_install_check},
-    {"--install-kbpk",        0, 4, 4, "<acquirer ID> <kbpk file>",          cmd_kbpk_install},
-    {"--remove-kbpk",         0, 3, 3, "<acquirer ID>",                      cmd_kbpk_remove},
-    {"--update-kbpk-pci-pin", 0, 4, 4, "<acquirer ID> <kbpk file>",          cmd_kbpk_update_pci_pin},
-    {"--verify-kbpk-pci-pin", 0, 3, 3, "<acquirer ID>",                      cmd_kbpk_verify_pci_pin},
-    {"--install-key-check",   0, 5, 5, "<acq ID> <tr31 file> <opk file>",    cmd_key_install_check},
-    {"--install-key",         0, 5, 5, "<acq ID> <tr31 file> <opk file>",    cmd_key_install},
-    {"--x509-csr",            1, 2, 2, "",                                   cmd_x509_csr},
-    {"--x509-generate",       1, 2, 2, "",                                   cmd_x509_generate},
-    {"--store-rate-limit",    1, 2, 2, "",                                   cmd_rate_limit_store},
-    {"--update-ksn",          1, 2, 2, "",                                   cmd_update_dukpt_ksn},
-    {"--store-dmesg",         1, 2, 2, "",                                   cmd_dmesg_store},
-}};
+constexpr std::array table{
+    command<cmd_authenticate>(        "--authenticate",        hidden, ""),
+    command<cmd_cert_install_check>(  "--install-cert-check",  listed, "<certificate file>"),
+    command<cmd_cert_install>(        "--install-cert",        listed, "<certificate file>"),
+    command<cmd_image_install_check>( "--install-image-check", listed, "<image file>"),
+    command<cmd_image_install>(       "--install-image",       listed, "<image file>"),
+    command<cmd_file_install_check>(  "--install-check",       listed, "<signed file> <installed filename>"),
+    command<cmd_file_install>(        "--install",             listed, "<signed file> <installed filename>"),
+    command<cmd_file_remove>(         "--remove",              listed, "<cert/signed file>"),
+    command<cmd_file_rename>(         "--rename",              listed, "<cert/signed file> <new filename>"),
+    command<cmd_os_update>(           "--update-os",           listed, "<operating system image file>"),
+    command<cmd_make_factory>(        "--make-factory",        listed, ""),
+    command<cmd_make_restore>(        "--make-restore",        listed, ""),
+    command<cmd_wipe>(                "--wipe",                listed, ""),
+    command<cmd_msd_mount>(           "--mount-msd",           hidden, ""),
+    command<cmd_msd_umount>(          "--umount-msd",          hidden, ""),
+    command<cmd_keys_init>(           "--init-keys",           hidden, ""),
+    command<cmd_kbpk_install_check>(  "--install-kbpk-check",  listed, "<acquirer ID> <kbpk file>"),
+    command<cmd_kbpk_install>(        "--install-kbpk",        listed, "<acquirer ID> <kbpk file>"),
+    command<cmd_kbpk_remove>(         "--remove-kbpk",         listed, "<acquirer ID>"),
+    command<cmd_kbpk_update_pci_pin>( "--update-kbpk-pci-pin", listed, "<acquirer ID> <kbpk file>"),
+    command<cmd_kbpk_verify_pci_pin>( "--verify-kbpk-pci-pin", listed, "<acquirer ID>"),
+    command<cmd_key_install_check>(   "--install-key-check",   listed, "<acq ID> <tr31 file> <opk file>"),
+    command<cmd_key_install>(         "--install-key",         listed, "<acq ID> <tr31 file> <opk file>"),
+    command<cmd_x509_csr>(            "--x509-csr",            hidden, ""),
+    command<cmd_x509_generate>(       "--x509-generate",       hidden, ""),
+    command<cmd_rate_limit_store>(    "--store-rate-limit",    hidden, ""),
+    command<cmd_update_dukpt_ksn>(    "--update-ksn",          hidden, ""),
+    command<cmd_dmesg_store>(         "--store-dmesg",         hidden, ""),
+};
 // clang-format on
+
+}  // namespace
+
+std::span<const CommandEntry> commands() {
+    return table;
+}
 
 const CommandEntry* find_command(int argc, char** argv) {
     if (argc <= 1) {
         return nullptr;
     }
-    for (const CommandEntry& row : cmds) {
-        if (std::strcmp(row.option, argv[1]) == 0 && row.min_args <= argc && argc <= row.max_args) {
+    const auto params = static_cast<std::size_t>(argc - 2);
+    for (const CommandEntry& row : table) {
+        if (row.option == argv[1] && row.param_count == params) {
             return &row;
         }
     }
@@ -60,9 +72,10 @@ void print_usage(const char* name) {
     std::printf("\nUsage: %s <option> <parameters>\n", name);
     std::puts("Where:");
     std::puts("    <option>                 <parameters>");
-    for (const CommandEntry& row : cmds) {
-        if (row.hidden == 0) {
-            std::printf("    %-21s    %s\n", row.option, row.params);
+    for (const CommandEntry& row : table) {
+        if (row.usage == Usage::listed) {
+            std::printf("    %-21.*s    %s\n", static_cast<int>(row.option.size()), row.option.data(),
+                        row.params);
         }
     }
 }

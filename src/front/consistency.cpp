@@ -8,8 +8,8 @@
 
 #include "base/caller.hpp"
 #include "base/paths.hpp"
-#include "base/shared.hpp"
 #include "base/status.hpp"
+#include "base/trust_anchor.hpp"
 #include "certs/cert_restore.hpp"
 #include "certs/cert_user.hpp"
 #include "system/osfs.hpp"
@@ -46,9 +46,12 @@ bool trust_anchors_readable() {
 
 // The anchor must match the installed production-signing certificate before anything is
 // verified against it.
-bool certificate_store_valid() {
-    orvin_rki_ca = prod_sign_from_key_signing() ? 0 : 1;
-    return walk_tree(paths::cert_store, ftw_process_certs) == ST_OK;
+bool certificate_store_valid(ChainStore& chains) {
+    trust_anchor.set(prod_sign_from_key_signing() ? Anchor::bundle : Anchor::rki);
+    const auto step = [&chains](const char* path, const struct stat* /*st*/, int type) {
+        return ftw_process_certs(chains, path, type);
+    };
+    return walk_tree(paths::cert_store, step) == ST_OK;
 }
 
 bool tools_present() {
@@ -72,11 +75,12 @@ void osfs_recover() {
 
 }  // namespace
 
-ExitStatus consistency_check() {
+Result<ChainStore> consistency_check() {
     osfs_recover();
-    if (state_dir_ready() && trust_anchors_readable() && certificate_store_valid() &&
+    ChainStore chains;
+    if (state_dir_ready() && trust_anchors_readable() && certificate_store_valid(chains) &&
         tools_present()) {
-        return ST_OK;
+        return chains;
     }
     // The application file system can no longer be trusted: nothing on it may run.
     clean_osfs();

@@ -37,21 +37,22 @@ using PreinitFunction = void (*)(int, char**, char**);
 
 // The start-up check works on the terminal's own state, which every run shares; the command then
 // reads and verifies what the caller offers before it takes the lock again (D22).
-ExitStatus startup_check() {
+Result<ChainStore> startup_check() {
     shared_work();
-    const ExitStatus st = consistency_check();
+    Result<ChainStore> chains = consistency_check();
     run_lock_give_back();
-    return st;
+    return chains;
 }
 
 ExitStatus run(int argc, char** argv) {
     openlog(program_name, 0, LOG_LOCAL0);
     std::puts("\nOrvin Authentication and Installation Tool.");
-    if (ExitStatus st = startup_check(); st != ST_OK) {
-        return st;
+    Result<ChainStore> chains = startup_check();
+    if (!chains.ok()) {
+        return chains.status();
     }
     if (const CommandEntry* row = find_command(argc, argv)) {
-        return row->handler(argc, argv);
+        return row->run(*chains, argv + 2);
     }
     // An empty program name is what the kernel makes of an empty argument vector (D4).
     print_usage(argv[0][0] != '\0' ? argv[0] : program_name);

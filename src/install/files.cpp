@@ -19,7 +19,7 @@
 #include "system/osfs.hpp"
 #include "system/staged_file.hpp"
 #include "verify/delete.hpp"
-#include "verify/signature.hpp"
+#include "verify/signers.hpp"
 
 namespace {
 
@@ -57,7 +57,7 @@ bool create_directories(std::string existing, const std::string& remainder) {
 // copied, given its owner and mode, and made visible only while its bytes still carry the
 // signature already in place (D6).
 ExitStatus place_data_file(const CallerFile& source, const std::string& full,
-                           const std::optional<gid_t>& group, const Result<Signer>& signer) {
+                           const std::optional<gid_t>& group, const Signer& signer) {
     StagedFile data_file;
     const Result<Digest> digest = copy_held(source, full, data_file);
     if (!digest.ok()) {
@@ -79,15 +79,13 @@ ExitStatus place_data_file(const CallerFile& source, const std::string& full,
     return ST_OK;
 }
 
-}  // namespace
-
 // Installs the pair for the signer that file_verify found: the signature bytes it verified and a
 // copy of the data, from the file it held, that must still carry them (D6, D17). Nothing of the
 // caller's is looked up again: the copy reads no more than was verified, inside the writable
 // window and under the run lock (D22).
-ExitStatus file_install(const char* source, const char* dest, const Result<Signer>& signer,
+ExitStatus file_install(const char* source, const char* dest, const Signer& signer,
                         const CallerFile& held) {
-    const std::string& cn = signer->cn;
+    const std::string& cn = signer.cn;
     const std::string d(dest);
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
         return st;
@@ -106,7 +104,6 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
 
     OsfsWritable writable;
     if (!writable.ok()) {
-        std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
     if (!create_directories(parts->existing, parts->rest)) {
@@ -116,14 +113,12 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
     // The signature goes first, so a data file never exists without one. It is the one that was
     // verified, not whatever the caller's ".sig" holds by now (D17).
     StagedFile sig_file;
-    if (ExitStatus st = write_signature(signer->sig, full_sig, sig_file); st != ST_OK) {
+    if (ExitStatus st = write_signature(signer.sig, full_sig, sig_file); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = set_owner_and_mode(sig_file, *group, installed_sig_mode); st != ST_OK) {
         return st;
     }
-    // The destination may lie among the candidate signers' directories.
-    signer_cache_forget();
     if (!sig_file.publish(full_sig)) {
         std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
@@ -138,25 +133,28 @@ ExitStatus file_install(const char* source, const char* dest, const Result<Signe
     return ST_OK;
 }
 
-ExitStatus cmd_file_install(int /*argc*/, char** argv) {
+}  // namespace
+
+ExitStatus cmd_file_install(const char* source, const char* dest) {
+    Signers signers;
     CallerFile held;
-    Result<Signer> signer = file_verify(argv[2], held);
+    Result<Signer> signer = file_verify(signers, source, &held);
     if (!signer.ok()) {
-        return reject_on_bad_signature(signer.status(), argv[2]);
+        return reject_on_bad_signature(signer.status(), source);
     }
-    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer->cn); st != ST_OK) {
+    if (ExitStatus st = file_install_verify(source, dest, signer->cn); st != ST_OK) {
         return st;
     }
-    if (ExitStatus st = file_install(argv[2], argv[3], signer, held); st != ST_OK) {
+    if (ExitStatus st = file_install(source, dest, *signer, held); st != ST_OK) {
         // Bytes that changed under us after the check are as good as badly signed (D6).
-        return reject_on_bad_signature(st, argv[2]);
+        return reject_on_bad_signature(st, source);
     }
     std::puts("Signed file installed.");
     return ST_OK;
 }
 
-ExitStatus cmd_file_remove(int /*argc*/, char** argv) {
-    Result<NamedEntry> entry = file_access_verify(argv[2]);
+ExitStatus cmd_file_remove(const char* path) {
+    Result<NamedEntry> entry = file_access_verify(path);
     if (!entry.ok()) {
         return entry.status();
     }
@@ -167,7 +165,6 @@ ExitStatus cmd_file_remove(int /*argc*/, char** argv) {
     const std::string sig = entry->name + ".sig";
     OsfsWritable writable;
     if (!writable.ok()) {
-        std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
     // Certificates have no signature; for signed files the signature goes first so that a file
@@ -182,22 +179,21 @@ ExitStatus cmd_file_remove(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-ExitStatus cmd_file_rename(int /*argc*/, char** argv) {
-    Result<NamedEntry> entry = file_access_verify(argv[2]);
+ExitStatus cmd_file_rename(const char* path, const char* new_path) {
+    Result<NamedEntry> entry = file_access_verify(path);
     if (!entry.ok()) {
         return entry.status();
     }
-    if (ExitStatus st = file_rename_verify(*entry, argv[3]); st != ST_OK) {
+    if (ExitStatus st = file_rename_verify(*entry, new_path); st != ST_OK) {
         return st;
     }
     if (entry->is_dir_path) {
         return ST_FAILURE;  // a directory is no file to rename
     }
     const int dir = entry->dir.get();
-    const std::string new_name = base_name(argv[3]);
+    const std::string new_name = base_name(new_path);
     OsfsWritable writable;
     if (!writable.ok()) {
-        std::printf("FATAL: Internal filesystem call failed.");
         return ST_FAILURE;
     }
     if (!entry->is_cert &&

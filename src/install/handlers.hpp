@@ -3,10 +3,10 @@
 
 #include "base/status.hpp"
 
-[[nodiscard]] ExitStatus cmd_file_install_check(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_file_install(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_file_remove(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_file_rename(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_image_install_check(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_image_install(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_os_update(int argc, char** argv);
+[[nodiscard]] ExitStatus cmd_file_install_check(const char* source, const char* dest);
+[[nodiscard]] ExitStatus cmd_file_install(const char* source, const char* dest);
+[[nodiscard]] ExitStatus cmd_file_remove(const char* path);
+[[nodiscard]] ExitStatus cmd_file_rename(const char* path, const char* new_path);
+[[nodiscard]] ExitStatus cmd_image_install_check(const char* image);
+[[nodiscard]] ExitStatus cmd_image_install(const char* image);
+[[nodiscard]] ExitStatus cmd_os_update(const char* image);

@@ -18,7 +18,7 @@
 #include "system/staged_file.hpp"
 #include "system/tools.hpp"
 #include "verify/delete.hpp"
-#include "verify/signature.hpp"
+#include "verify/signers.hpp"
 
 namespace {
 
@@ -41,8 +41,8 @@ ExitStatus file_verify_image_file(const char* path) {
 // its signature against the first 256 bytes of the offered ".sig", read once, by the signer that
 // was accepted, and its size where one is required. So what reaches the partition is what was
 // verified, whatever the caller swaps in meanwhile (D6, D17).
-ExitStatus snapshot_verified(const char* source, const std::string& image, const std::string& cn,
-                             std::optional<off_t> required_size) {
+ExitStatus snapshot_verified(Signers& signers, const char* source, const std::string& image,
+                             const std::string& cn, std::optional<off_t> required_size) {
     const Result<Signature> sig = sig_read(std::string(source) + ".sig");
     if (!sig.ok()) {
         return sig.status();
@@ -58,7 +58,7 @@ ExitStatus snapshot_verified(const char* source, const std::string& image, const
         std::puts("FATAL: Failed to obtain file information.");
         return ST_FAILURE;
     }
-    const Result<Signer> signer = sig_find_signer(*digest, *sig);
+    const Result<Signer> signer = signers.find(*digest, *sig);
     if (!signer.ok()) {
         return signer.status();
     }
@@ -80,7 +80,7 @@ ExitStatus snapshot_verified(const char* source, const std::string& image, const
 // The step both image commands end with: snapshot the image the accepted signer signed and write
 // the snapshot into the partition. A snapshot whose signature fails takes the offered image and
 // its signature with it, as the first check would have (D2).
-ExitStatus write_verified_image(const char* source, const std::string& cn,
+ExitStatus write_verified_image(Signers& signers, const char* source, const std::string& cn,
                                 std::optional<off_t> required_size, const char* partition) {
     PrivateTmp tmp;
     if (!tmp.valid()) {
@@ -88,7 +88,7 @@ ExitStatus write_verified_image(const char* source, const std::string& cn,
         return ST_FAILURE;
     }
     const std::string image = tmp.path("image");
-    if (ExitStatus st = snapshot_verified(source, image, cn, required_size); st != ST_OK) {
+    if (ExitStatus st = snapshot_verified(signers, source, image, cn, required_size); st != ST_OK) {
         return reject_on_bad_signature(st, source);
     }
     if (sys_nandwrite(partition, image.c_str()) != ST_OK) {
@@ -97,8 +97,10 @@ ExitStatus write_verified_image(const char* source, const std::string& cn,
     return ST_OK;
 }
 
+// One search serves both verifications: the offered image's and its snapshot's.
 ExitStatus os_update_steps(const char* image) {
-    Result<Signer> signer = file_verify_or_reject(image);
+    Signers signers;
+    Result<Signer> signer = file_verify_or_reject(signers, image);
     if (!signer.ok()) {
         return signer.status();
     }
@@ -106,38 +108,40 @@ ExitStatus os_update_steps(const char* image) {
         std::printf("Invalid signature: %s.\n", signer->cn.c_str());
         return reject_on_bad_signature(ST_BAD_SIGNATURE, image);
     }
-    return write_verified_image(image, signer->cn, std::nullopt, paths::mtd_os_update);
+    return write_verified_image(signers, image, signer->cn, std::nullopt, paths::mtd_os_update);
 }
 
 }  // namespace
 
-ExitStatus cmd_image_install_check(int, char** argv) {
+ExitStatus cmd_image_install_check(const char* image) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
-    if (Result<Signer> signer = file_verify(argv[2]); !signer.ok()) {
+    Signers signers;
+    if (Result<Signer> signer = file_verify(signers, image); !signer.ok()) {
         return signer.status();
     }
-    if (ExitStatus st = file_verify_image_file(argv[2]); st != ST_OK) {
+    if (ExitStatus st = file_verify_image_file(image); st != ST_OK) {
         return st;
     }
     std::puts("Image file can be installed.");
     return ST_OK;
 }
 
-ExitStatus cmd_image_install(int, char** argv) {
+ExitStatus cmd_image_install(const char* image) {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
-    Result<Signer> signer = file_verify_or_reject(argv[2]);
+    Signers signers;
+    Result<Signer> signer = file_verify_or_reject(signers, image);
     if (!signer.ok()) {
         return signer.status();
     }
-    if (ExitStatus st = file_verify_image_file(argv[2]); st != ST_OK) {
+    if (ExitStatus st = file_verify_image_file(image); st != ST_OK) {
         return st;
     }
-    if (ExitStatus st =
-            write_verified_image(argv[2], signer->cn, screen_image_size, paths::mtd_screens);
+    if (ExitStatus st = write_verified_image(signers, image, signer->cn, screen_image_size,
+                                             paths::mtd_screens);
         st != ST_OK) {
         return st;
     }
@@ -145,13 +149,13 @@ ExitStatus cmd_image_install(int, char** argv) {
     return ST_OK;
 }
 
-ExitStatus cmd_os_update(int, char** argv) {
+ExitStatus cmd_os_update(const char* image) {
     syslog(LOG_INFO, "Request for os_update");
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         syslog(LOG_INFO, "failed to process os_update request. Access denied");
         return st;
     }
-    ExitStatus st = os_update_steps(argv[2]);
+    ExitStatus st = os_update_steps(image);
     if (st == ST_OK) {
         switch (set_kernel_flag(paths::flag_os_update)) {
             case FlagResult::open_failed:

@@ -19,7 +19,7 @@
 #include "base/run_lock.hpp"
 #include "base/shared.hpp"
 #include "install/handlers.hpp"
-#include "verify/signature.hpp"
+#include "verify/signers.hpp"
 
 namespace {
 
@@ -93,12 +93,13 @@ ExitStatus file_install_verify(const char* source, const char* dest, const std::
     return ST_OK;
 }
 
-ExitStatus cmd_file_install_check(int /*argc*/, char** argv) {
-    Result<Signer> signer = file_verify(argv[2]);
+ExitStatus cmd_file_install_check(const char* source, const char* dest) {
+    Signers signers;
+    Result<Signer> signer = file_verify(signers, source);
     if (!signer.ok()) {
         return signer.status();
     }
-    if (ExitStatus st = file_install_verify(argv[2], argv[3], signer->cn); st != ST_OK) {
+    if (ExitStatus st = file_install_verify(source, dest, signer->cn); st != ST_OK) {
         return st;
     }
     std::puts("Signed file can be installed.");

@@ -63,8 +63,8 @@ ExitStatus write_signature(const Signature& sig, const std::string& dest, const 
     return ST_OK;
 }
 
-ExitStatus check_staged(const Digest& digest, const Result<Signer>& signer) {
-    if (!sig_matches(signer, digest)) {
+ExitStatus check_staged(const Digest& digest, const Signer& signer) {
+    if (!signer.signs(digest)) {
         std::puts("Signature check failed.");
         return ST_BAD_SIGNATURE;
     }

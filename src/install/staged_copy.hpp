@@ -8,7 +8,7 @@
 #include "base/result.hpp"
 #include "base/status.hpp"
 #include "system/staged_file.hpp"
-#include "verify/signature.hpp"
+#include "verify/signers.hpp"
 
 // Copies exactly the lstat size of source, opened with the caller's rights (D3), into out, and
 // gives the digest of what was written.
@@ -26,4 +26,4 @@
 
 // The staged bytes (their digest) must carry the signature that was verified, by the signer that
 // was found for it; "Signature check failed." and 7 otherwise (D6).
-[[nodiscard]] ExitStatus check_staged(const Digest& digest, const Result<Signer>& signer);
+[[nodiscard]] ExitStatus check_staged(const Digest& digest, const Signer& signer);

@@ -13,17 +13,23 @@
 #include "base/caller.hpp"
 #include "base/fd.hpp"
 #include "base/io.hpp"
+#include "base/ossl.hpp"
 #include "base/paths.hpp"
-#include "base/shared.hpp"
+#include "base/trust_anchor.hpp"
 #include "device/sapi.hpp"
 #include "keys/registry.hpp"
 #include "keys/tr31.hpp"
 #include "system/state_file.hpp"
-#include "verify/signature.hpp"
+#include "verify/signers.hpp"
 
 namespace {
 
 using KbpkFile = std::array<std::uint8_t, sapi::kbpk_file_size>;
+
+// The trust-anchor flag of a KBPK request: 1 while the RKI anchor is the run's.
+int rki_ca_flag() {
+    return trust_anchor.get() == Anchor::rki ? 1 : 0;
+}
 
 std::string numbered(const char* prefix, int id) {
     std::array<char, 8> digits{};
@@ -49,7 +55,8 @@ Result<KbpkFile> kbpk_file_read(const char* path) {
 
 // D6: the bytes about to reach the device must carry a signature whose role gives the same
 // flags as the signer the command judged; anything else is a bad signature.
-ExitStatus kbpk_bytes_signed(const char* path, const KbpkFile& bytes, std::uint16_t flags) {
+ExitStatus kbpk_bytes_signed(Signers& signers, const char* path, const KbpkFile& bytes,
+                             std::uint16_t flags) {
     const Result<Signature> sig = sig_read(std::string(path) + ".sig");
     if (!sig.ok()) {
         return sig.status();
@@ -58,10 +65,10 @@ ExitStatus kbpk_bytes_signed(const char* path, const KbpkFile& bytes, std::uint1
     sha.update(bytes.data(), bytes.size());
     const std::optional<Digest> digest = sha.final();
     if (!digest) {
-        std::puts("FATAL: OpenSSL failure.");
+        openssl_failure();
         return ST_FAILURE;
     }
-    const Result<Signer> signer = sig_find_signer(*digest, *sig);
+    const Result<Signer> signer = signers.find(*digest, *sig);
     if (!signer.ok()) {
         return signer.status();
     }
@@ -80,17 +87,17 @@ struct KbpkFileSend {
 };
 
 // The file read once, its signer checked again on those very bytes, and they are what is sent.
-SapiReply kbpk_file_exchange(int id, std::uint16_t flags, const char* path,
+SapiReply kbpk_file_exchange(Signers& signers, int id, std::uint16_t flags, const char* path,
                              const KbpkFileSend& send) {
     const Result<KbpkFile> bytes = kbpk_file_read(path);
     if (!bytes.ok()) {
         return bytes.status();
     }
-    if (ExitStatus st = kbpk_bytes_signed(path, *bytes, flags); st != ST_OK) {
+    if (ExitStatus st = kbpk_bytes_signed(signers, path, *bytes, flags); st != ST_OK) {
         return st;
     }
     const auto acquirer = static_cast<std::uint8_t>(id);
-    return sapi_exchange(send.request(acquirer, flags, orvin_rki_ca, *bytes), send.reply);
+    return sapi_exchange(send.request(acquirer, flags, rki_ca_flag(), *bytes), send.reply);
 }
 
 ExitStatus flag_file_write(int id, std::uint16_t flags) {
@@ -146,14 +153,14 @@ Result<std::uint16_t> kbpk_flags_read(int id) {
     return kbpk_flag_value(text);
 }
 
-ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
+ExitStatus kbpk_install_file(Signers& signers, int id, std::uint16_t flags, const char* path) {
     // A registry that cannot be read stops the install before the device holds the key (D25).
     const Result<Registry> registry = sha256_registry_load();
     if (!registry.ok()) {
         return registry.status();
     }
     const SapiReply r =
-        kbpk_file_exchange(id, flags, path, {sapi_kbpk_install_file, sapi_reply_kbpk});
+        kbpk_file_exchange(signers, id, flags, path, {sapi_kbpk_install_file, sapi_reply_kbpk});
     if (!r.ok()) {
         return r.status();
     }
@@ -175,9 +182,10 @@ ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path) {
     return state_file_replace(kbpk_state_path(id), reply->protected_kbpk);
 }
 
-ExitStatus kbpk_update_pci_pin_file(int id, std::uint16_t flags, const char* path) {
-    const SapiReply r =
-        kbpk_file_exchange(id, flags, path, {sapi_kbpk_update_pci_pin, sapi_reply_none});
+ExitStatus kbpk_update_pci_pin_file(Signers& signers, int id, std::uint16_t flags,
+                                    const char* path) {
+    const SapiReply r = kbpk_file_exchange(signers, id, flags, path,
+                                           {sapi_kbpk_update_pci_pin, sapi_reply_none});
     if (!r.ok()) {
         return r.status();
     }
@@ -187,7 +195,7 @@ ExitStatus kbpk_update_pci_pin_file(int id, std::uint16_t flags, const char* pat
 ExitStatus kbpk_install(int id, std::uint16_t flags,
                         std::span<const std::uint8_t, sapi::protected_kbpk_size> kbpk) {
     const auto acquirer = static_cast<std::uint8_t>(id);
-    return sapi_exchange(sapi_kbpk_install_protected(acquirer, flags, orvin_rki_ca, kbpk),
+    return sapi_exchange(sapi_kbpk_install_protected(acquirer, flags, rki_ca_flag(), kbpk),
                          sapi_reply_none)
         .status();
 }

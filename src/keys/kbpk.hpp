@@ -10,6 +10,7 @@
 #include "base/result.hpp"
 #include "base/status.hpp"
 #include "device/sapi_wire.hpp"
+#include "verify/signers.hpp"
 
 // "/home/orvin/.sapi/.KBPK0007": the protected KBPK the device handed back, 32 bytes.
 [[nodiscard]] std::string kbpk_state_path(int id);
@@ -36,10 +37,12 @@
 // Sends a signed KBPK file, registers the digests and writes the state and FLAG files.
 // 0, 9, 11, the registry's 12, or 7 when the bytes sent no longer carry the signer whose role
 // gave the flags (D6).
-[[nodiscard]] ExitStatus kbpk_install_file(int id, std::uint16_t flags, const char* path);
+[[nodiscard]] ExitStatus kbpk_install_file(Signers& signers, int id, std::uint16_t flags,
+                                         const char* path);
 
 // Sends the KBPK file again with new flags and rewrites the FLAG file; 0, 9, 11 or 7 (D6).
-[[nodiscard]] ExitStatus kbpk_update_pci_pin_file(int id, std::uint16_t flags, const char* path);
+[[nodiscard]] ExitStatus kbpk_update_pci_pin_file(Signers& signers, int id, std::uint16_t flags,
+                                                const char* path);
 
 // Reloads a stored protected KBPK into the device; no file is written. 0 or 9.
 [[nodiscard]] ExitStatus kbpk_install(

@@ -9,7 +9,7 @@
 #include "keys/kbpk.hpp"
 #include "keys/tr31.hpp"
 #include "verify/delete.hpp"
-#include "verify/signature.hpp"
+#include "verify/signers.hpp"
 
 namespace {
 
@@ -23,15 +23,16 @@ ExitStatus kbpk_presence_confirmed(int id, bool kbpk_wanted) {
 
 // The file's shape, then the device; bytes that no longer carry the accepted signer when they are
 // sent (D6) go like any rejected file.
-ExitStatus kbpk_file_send(const char* path, int id, std::uint16_t flags, bool kbpk_wanted,
-                          ExitStatus (*send)(int, std::uint16_t, const char*)) {
+ExitStatus kbpk_file_send(Signers& signers, const char* path, int id, std::uint16_t flags,
+                          bool kbpk_wanted,
+                          ExitStatus (*send)(Signers&, int, std::uint16_t, const char*)) {
     if (ExitStatus st = file_verify_kbpk_file(path); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = kbpk_presence_confirmed(id, kbpk_wanted); st != ST_OK) {
         return st;
     }
-    return reject_on_bad_signature(send(id, flags, path), path);
+    return reject_on_bad_signature(send(signers, id, flags, path), path);
 }
 
 // The acquirer ID rule, then the KBPK the command needs: an install wants none yet, every other
@@ -63,12 +64,13 @@ struct KbpkOffer {
 // The start both sending commands share: the acquirer and its KBPK, the file's signer (a bad
 // signature takes the file with it) and the PCI PIN setting its role gives, said before a role that
 // may not sign a KBPK is rejected with its file. A refused signer reads as switching security off.
-Result<KbpkOffer> kbpk_offer(char** argv, bool kbpk_wanted, PciPinReport report) {
-    const Result<int> id = kbpk_command_start(argv[2], kbpk_wanted);
+Result<KbpkOffer> kbpk_offer(Signers& signers, const char* acquirer, const char* path,
+                             bool kbpk_wanted, PciPinReport report) {
+    const Result<int> id = kbpk_command_start(acquirer, kbpk_wanted);
     if (!id.ok()) {
         return id.status();
     }
-    const Result<Signer> signer = file_verify_or_reject(argv[3]);
+    const Result<Signer> signer = file_verify_or_reject(signers, path);
     if (!signer.ok()) {
         return signer.status();
     }
@@ -81,18 +83,19 @@ Result<KbpkOffer> kbpk_offer(char** argv, bool kbpk_wanted, PciPinReport report)
         std::puts(enabled ? "PCI PIN security enabled." : "PCI PIN security disabled.");
     }
     if (!flags) {
-        return reject_on_bad_signature(ST_BAD_SIGNATURE, argv[3]);
+        return reject_on_bad_signature(ST_BAD_SIGNATURE, path);
     }
     return KbpkOffer{*id, *flags};
 }
 
 }  // namespace
 
-ExitStatus cmd_kbpk_install_check(int /*argc*/, char** argv) {
-    if (const Result<int> started = kbpk_command_start(argv[2], false); !started.ok()) {
+ExitStatus cmd_kbpk_install_check(const char* acquirer, const char* path) {
+    if (const Result<int> started = kbpk_command_start(acquirer, false); !started.ok()) {
         return started.status();
     }
-    Result<Signer> signer = file_verify(argv[3]);
+    Signers signers;
+    Result<Signer> signer = file_verify(signers, path);
     if (!signer.ok()) {
         return signer.status();
     }
@@ -100,19 +103,22 @@ ExitStatus cmd_kbpk_install_check(int /*argc*/, char** argv) {
         print_invalid_signer(signer->cn);
         return ST_BAD_SIGNATURE;
     }
-    if (ExitStatus st = file_verify_kbpk_file(argv[3]); st != ST_OK) {
+    if (ExitStatus st = file_verify_kbpk_file(path); st != ST_OK) {
         return st;
     }
     std::puts("KBPK can be installed.");
     return ST_OK;
 }
 
-ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
-    const Result<KbpkOffer> offer = kbpk_offer(argv, false, PciPinReport::when_enabled);
+ExitStatus cmd_kbpk_install(const char* acquirer, const char* path) {
+    // One search serves both verifications: the offered file's and the bytes sent (D6).
+    Signers signers;
+    const Result<KbpkOffer> offer = kbpk_offer(signers, acquirer, path, false, PciPinReport::when_enabled);
     if (!offer.ok()) {
         return offer.status();
     }
-    if (ExitStatus st = kbpk_file_send(argv[3], offer->id, offer->flags, false, kbpk_install_file);
+    if (ExitStatus st =
+            kbpk_file_send(signers, path, offer->id, offer->flags, false, kbpk_install_file);
         st != ST_OK) {
         return st;
     }
@@ -120,13 +126,15 @@ ExitStatus cmd_kbpk_install(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-ExitStatus cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
-    const Result<KbpkOffer> offer = kbpk_offer(argv, true, PciPinReport::always);
+ExitStatus cmd_kbpk_update_pci_pin(const char* acquirer, const char* path) {
+    // One search serves both verifications: the offered file's and the bytes sent (D6).
+    Signers signers;
+    const Result<KbpkOffer> offer = kbpk_offer(signers, acquirer, path, true, PciPinReport::always);
     if (!offer.ok()) {
         return offer.status();
     }
     if (ExitStatus st =
-            kbpk_file_send(argv[3], offer->id, offer->flags, true, kbpk_update_pci_pin_file);
+            kbpk_file_send(signers, path, offer->id, offer->flags, true, kbpk_update_pci_pin_file);
         st != ST_OK) {
         return st;
     }
@@ -134,8 +142,8 @@ ExitStatus cmd_kbpk_update_pci_pin(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-ExitStatus cmd_kbpk_remove(int /*argc*/, char** argv) {
-    const Result<int> started = kbpk_command_start(argv[2], true);
+ExitStatus cmd_kbpk_remove(const char* acquirer) {
+    const Result<int> started = kbpk_command_start(acquirer, true);
     if (!started.ok()) {
         return started.status();
     }
@@ -147,8 +155,8 @@ ExitStatus cmd_kbpk_remove(int /*argc*/, char** argv) {
     return ST_OK;
 }
 
-ExitStatus cmd_kbpk_verify_pci_pin(int /*argc*/, char** argv) {
-    const Result<int> started = kbpk_command_start(argv[2], true);
+ExitStatus cmd_kbpk_verify_pci_pin(const char* acquirer) {
+    const Result<int> started = kbpk_command_start(acquirer, true);
     if (!started.ok()) {
         return started.status();
     }

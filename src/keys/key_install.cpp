@@ -232,16 +232,12 @@ ExitStatus key_install_checks(const char* source, const char* dest) {
 
 }  // namespace
 
-std::string key_install_target(const std::string& source, const std::string& dest) {
-    return install_full_path(source, dest);
-}
-
 ExitStatus key_install_verify(const char* source, const char* dest) {
     const std::string d(dest);
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
         return st;
     }
-    const std::string target = key_install_target(source, d);
+    const std::string target = install_full_path(source, d);
     if (ExitStatus st = dest_text_verify(dest, target); st != ST_OK) {
         return st;
     }
@@ -271,7 +267,7 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     if (ExitStatus st = dest_names_directory(d); st != ST_OK) {
         return st;
     }
-    const std::string target = key_install_target(source, d);
+    const std::string target = install_full_path(source, d);
     const std::optional<KeyPlace> place = key_place(target);
     if (!place) {
         return ST_FAILURE;
@@ -312,30 +308,31 @@ ExitStatus key_install_file(int id, const char* source, const char* dest) {
     return opk_file_write(dir.get(), *place, target, reply->protected_key, group, block->mode);
 }
 
-ExitStatus cmd_key_install_check(int /*argc*/, char** argv) {
-    if (const Result<int> started = key_command_start(argv[2]); !started.ok()) {
+ExitStatus cmd_key_install_check(const char* acquirer, const char* tr31_path,
+                                 const char* opk_path) {
+    if (const Result<int> started = key_command_start(acquirer); !started.ok()) {
         return started.status();
     }
-    if (ExitStatus st = key_install_checks(argv[3], argv[4]); st != ST_OK) {
+    if (ExitStatus st = key_install_checks(tr31_path, opk_path); st != ST_OK) {
         return st;
     }
     std::puts("Cryptographic key can be installed.");
     return ST_OK;
 }
 
-ExitStatus cmd_key_install(int /*argc*/, char** argv) {
-    const Result<int> started = key_command_start(argv[2]);
+ExitStatus cmd_key_install(const char* acquirer, const char* tr31_path, const char* opk_path) {
+    const Result<int> started = key_command_start(acquirer);
     if (!started.ok()) {
         return started.status();
     }
     const int id = *started;
-    ExitStatus st = key_install_checks(argv[3], argv[4]);
+    ExitStatus st = key_install_checks(tr31_path, opk_path);
     if (st == ST_OK) {
-        st = key_install_file(id, argv[3], argv[4]);
+        st = key_install_file(id, tr31_path, opk_path);
     }
     if (st != ST_OK) {
         // A refused key block goes, as far as the caller could delete it himself (D2).
-        (void)caller_unlink(argv[3]);
+        (void)caller_unlink(tr31_path);
         return st;
     }
     std::puts("Cryptographic key installed.");

@@ -6,10 +6,6 @@
 
 #include "base/status.hpp"
 
-// The protected key file: the destination itself, or the destination followed by the TR-31 file's
-// base name when the destination ends in "/".
-[[nodiscard]] std::string key_install_target(const std::string& source, const std::string& dest);
-
 // 0; 8 for a destination without "/" (silent), outside "/home/" or leading out of it (D7); 4 when
 // the target exists. Changes nothing.
 [[nodiscard]] ExitStatus key_install_verify(const char* source, const char* dest);

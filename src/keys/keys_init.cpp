@@ -255,13 +255,13 @@ ExitStatus rate_limit_init() {
     return sapi_exchange(*request, sapi_reply_none).status();
 }
 
-ExitStatus cmd_keys_init(int /*argc*/, char** /*argv*/) {
+ExitStatus cmd_keys_init(ChainStore& chains) {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
     // Certificates first: the restore may bring back "terminal.crt" and decide the trust anchor
     // that the KBPK requests below carry in their flags.
-    if (ExitStatus st = keys_init_cert(); st != ST_OK) {
+    if (ExitStatus st = keys_init_cert(chains); st != ST_OK) {
         return st;
     }
     if (ExitStatus st = keys_init_kbpk(); st != ST_OK) {

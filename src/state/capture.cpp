@@ -32,7 +32,7 @@ std::string find_dmesg() {
 
 }  // namespace
 
-ExitStatus cmd_rate_limit_store(int, char**) {
+ExitStatus cmd_rate_limit_store() {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
@@ -48,7 +48,7 @@ ExitStatus cmd_rate_limit_store(int, char**) {
 // started is a failure. The log is taken without a shell, with the same effect (D5), into a fresh
 // root-owned file that then replaces the old one (D19); a file that cannot be made or put in
 // place is, as a failed redirection always was, no failure of the command.
-ExitStatus cmd_dmesg_store(int, char**) {
+ExitStatus cmd_dmesg_store() {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }

@@ -51,18 +51,18 @@ ExitStatus flag_request(const FlagRequest& r) {
 
 }  // namespace
 
-ExitStatus cmd_make_restore(int, char**) {
+ExitStatus cmd_make_restore() {
     return flag_request({"make_restore", paths::flag_make_restore,
                          "Make restore point flag set. Reboot to commit.", "Error -", false});
 }
 
-ExitStatus cmd_make_factory(int, char**) {
+ExitStatus cmd_make_factory() {
     return flag_request({"make_factory", paths::flag_make_factory,
                          "Make factory restore point flag set. Reboot to commit.", "Error -",
                          false});
 }
 
-ExitStatus cmd_wipe(int, char**) {
+ExitStatus cmd_wipe() {
     return flag_request(
         {"wipe", paths::flag_wipe, "Wipe flag set. Rebooting to commit...", "Error-", true});
 }

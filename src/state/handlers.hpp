@@ -3,11 +3,11 @@
 
 #include "base/status.hpp"
 
-[[nodiscard]] ExitStatus cmd_make_factory(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_make_restore(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_wipe(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_msd_mount(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_msd_umount(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_rate_limit_store(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_update_dukpt_ksn(int argc, char** argv);
-[[nodiscard]] ExitStatus cmd_dmesg_store(int argc, char** argv);
+[[nodiscard]] ExitStatus cmd_make_factory();
+[[nodiscard]] ExitStatus cmd_make_restore();
+[[nodiscard]] ExitStatus cmd_wipe();
+[[nodiscard]] ExitStatus cmd_msd_mount();
+[[nodiscard]] ExitStatus cmd_msd_umount();
+[[nodiscard]] ExitStatus cmd_rate_limit_store();
+[[nodiscard]] ExitStatus cmd_update_dukpt_ksn();
+[[nodiscard]] ExitStatus cmd_dmesg_store();

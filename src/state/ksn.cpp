@@ -178,7 +178,7 @@ ExitStatus update_ksn_data(int key_index, const Ksn& ksn, Ksn& old_ksn, std::uin
     return temp.commit() ? ST_OK : ST_FAILURE;
 }
 
-ExitStatus cmd_update_dukpt_ksn(int, char**) {
+ExitStatus cmd_update_dukpt_ksn() {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }

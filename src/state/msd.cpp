@@ -16,7 +16,7 @@ namespace {
 
 // 99 only says that a repair was attempted: the application looks at the image itself after it,
 // so neither the repair's nor the mount's result changes the answer.
-ExitStatus cmd_msd_mount(int, char**) {
+ExitStatus cmd_msd_mount() {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }
@@ -28,7 +28,7 @@ ExitStatus cmd_msd_mount(int, char**) {
     return ST_MSD_REPAIRED;
 }
 
-ExitStatus cmd_msd_umount(int, char**) {
+ExitStatus cmd_msd_umount() {
     if (ExitStatus st = caller_check(CallerRule::root_or_app); st != ST_OK) {
         return st;
     }

@@ -5,6 +5,8 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <cstdio>
+
 #include "base/paths.hpp"
 #include "base/run_lock.hpp"
 
@@ -32,6 +34,12 @@ ExitStatus sys_unlock_osfs() { return remount(writable_flags) ? ST_OK : ST_FAILU
 void sys_lock_osfs() {
     // A file system that stays writable is no reason to fail the change that was just made.
     (void)remount(readonly_flags);
+}
+
+OsfsWritable::OsfsWritable(UnlockFailure failure) : ok_(sys_unlock_osfs() == ST_OK) {
+    if (!ok_ && failure == UnlockFailure::report) {
+        std::fputs("FATAL: Internal filesystem call failed.", stdout);
+    }
 }
 
 bool osfs_writable() {

@@ -10,11 +10,15 @@ void sys_lock_osfs();
 // Whether "/usr/local/" is mounted writable now.
 [[nodiscard]] bool osfs_writable();
 
+// Who tells of an unlock that failed: the guard, with "FATAL: Internal filesystem call failed."
+// (no line end), or the caller, for a step that fails silently by design.
+enum class UnlockFailure { report, silent };
+
 // Unlocks on construction and, if that worked, locks again on destruction, so no path out of a
 // change can forget the lock.
 class OsfsWritable {
 public:
-    OsfsWritable() : ok_(sys_unlock_osfs() == ST_OK) {}
+    explicit OsfsWritable(UnlockFailure failure = UnlockFailure::report);
     ~OsfsWritable() {
         if (ok_) {
             sys_lock_osfs();

@@ -83,7 +83,7 @@ void osfs_staging_clear() {
     } else if (errno == ENOENT) {
         return;
     }
-    OsfsWritable writable;
+    OsfsWritable writable(UnlockFailure::silent);
     if (!writable.ok()) {
         return;
     }

@@ -104,11 +104,27 @@ pid_t spawn(const char* path, const std::vector<const char*>& argv, int in, int 
     return pid;
 }
 
+// Takes what one ready pipe holds to where it goes: the captured text when there is one, else the
+// program's own output for that stream. The pipe is done at its end or on a read error.
+void take_ready(pollfd& pipe, int stream, std::string* text) {
+    char buf[io_block * 4];
+    const ssize_t n = read(pipe.fd, buf, sizeof buf);
+    if (n < 0 && errno == EINTR) {
+        return;
+    }
+    if (n <= 0) {
+        pipe.fd = -1;
+    } else if (text != nullptr) {
+        text->append(buf, static_cast<std::size_t>(n));
+    } else {
+        output_append(stream, buf, static_cast<std::size_t>(n));
+    }
+}
+
 // Reads both pipes while the tool writes them, so a tool that says much never blocks on a full
 // pipe, until the tool and whatever it started have closed them.
 void collect(UniqueFd out_read, UniqueFd err_read, std::string* text) {
     pollfd fds[2] = {{out_read.get(), POLLIN, 0}, {err_read.get(), POLLIN, 0}};
-    char buf[io_block * 4];
     while (fds[0].fd >= 0 || fds[1].fd >= 0) {
         if (poll(fds, 2, -1) < 0) {
             if (errno == EINTR) {
@@ -116,22 +132,11 @@ void collect(UniqueFd out_read, UniqueFd err_read, std::string* text) {
             }
             return;
         }
-        for (std::size_t i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0) {
-                continue;
-            }
-            const ssize_t n = read(fds[i].fd, buf, sizeof buf);
-            if (n < 0 && errno == EINTR) {
-                continue;
-            }
-            if (n <= 0) {
-                fds[i].fd = -1;
-            } else if (i == 0 && text != nullptr) {
-                text->append(buf, static_cast<std::size_t>(n));
-            } else {
-                output_append(i == 0 ? STDOUT_FILENO : STDERR_FILENO, buf,
-                              static_cast<std::size_t>(n));
-            }
+        if (fds[0].fd >= 0 && fds[0].revents != 0) {
+            take_ready(fds[0], STDOUT_FILENO, text);
+        }
+        if (fds[1].fd >= 0 && fds[1].revents != 0) {
+            take_ready(fds[1], STDERR_FILENO, nullptr);
         }
     }
 }

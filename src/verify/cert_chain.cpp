@@ -16,7 +16,6 @@
 #include "base/caller.hpp"
 #include "base/fd.hpp"
 #include "base/paths.hpp"
-#include "base/shared.hpp"
 #include "verify/x509_name.hpp"
 
 namespace {
@@ -38,21 +37,17 @@ UniqueFd open_cert(const char* path, OpenAs who) {
     return UniqueFd(::open(path, O_RDONLY | O_CLOEXEC));
 }
 
-const char* default_anchor() {
-    return orvin_rki_ca != 0 ? paths::anchor_rki : paths::anchor_bundle;
-}
-
 // Which trust anchor a certificate's names call for.
-enum class AnchorChoice { current, bundle, bundle_for_the_run };
+enum class AnchorChoice { run_anchor, bundle, bundle_for_the_run };
 
 AnchorChoice anchor_choice(const X509* cert) {
     if (cert == nullptr) {
-        return AnchorChoice::current;
+        return AnchorChoice::run_anchor;
     }
     const std::optional<std::string> issuer = x509_issuer_cn(cert);
     const std::optional<std::string> subject = x509_subject_cn(cert);
     if (!issuer || !subject) {
-        return AnchorChoice::current;
+        return AnchorChoice::run_anchor;
     }
     // The application user's and the tamper service's certificates always chain to the bundle.
     if (*subject == "main-user" || *subject == "detamper") {
@@ -61,11 +56,14 @@ AnchorChoice anchor_choice(const X509* cert) {
     if (*issuer == "KeySigning" && *subject == "prod-sign") {
         return AnchorChoice::bundle_for_the_run;
     }
-    return AnchorChoice::current;
+    return AnchorChoice::run_anchor;
 }
 
-const char* anchor_file(AnchorChoice choice) {
-    return choice == AnchorChoice::current ? default_anchor() : paths::anchor_bundle;
+const char* anchor_file(AnchorChoice choice, Anchor run_anchor) {
+    if (choice == AnchorChoice::run_anchor && run_anchor == Anchor::rki) {
+        return paths::anchor_rki;
+    }
+    return paths::anchor_bundle;
 }
 
 // A store holding the anchor file, and with the bundle the library's default locations too.
@@ -103,14 +101,14 @@ struct FileStamp {
     }
 };
 
-// What one stored intermediate gives every verification while it is present, read once per run
-// for as long as the file stays the same. Its message is printed again by every verification
-// that meets it, as if it were read each time.
+// What reading one stored intermediate found.
+enum class Damage { none, unopenable, no_certificate, no_common_name };
+
+// One stored intermediate as read: a good reading is kept while the file keeps its identity, a
+// damaged one is read again by every verification that meets it.
 struct LoadedIntermediate {
-    bool cached = false;
-    FileStamp stamp;
-    ExitStatus status = ST_OK;
-    const char* message = nullptr;
+    std::optional<FileStamp> stamp;
+    Damage damage = Damage::none;
     X509Ptr cert;
     bool joins = false;  // the common name is the expected one: the store takes it
 };
@@ -118,19 +116,14 @@ struct LoadedIntermediate {
 LoadedIntermediate load_intermediate(const Intermediate& i) {
     LoadedIntermediate out;
     Result<X509Ptr> file = cert_read_file(i.path, OpenAs::root);
-    if (file.status() == ST_CERT_UNREADABLE) {
-        out.status = file.status();
-        out.message = "FATAL: Failed to open certificate file.";
-        return out;
-    }
-    if (file.status() != ST_OK) {
-        out.status = file.status();
+    if (!file.ok()) {
+        out.damage =
+            file.status() == ST_CERT_UNREADABLE ? Damage::unopenable : Damage::no_certificate;
         return out;
     }
     const std::optional<std::string> subject = x509_subject_cn(file->get());
     if (!subject) {
-        out.status = ST_FAILURE;
-        out.message = "No common name found in certificate file.";
+        out.damage = Damage::no_common_name;
         return out;
     }
     out.joins = *subject == i.cn;
@@ -138,32 +131,28 @@ LoadedIntermediate load_intermediate(const Intermediate& i) {
     return out;
 }
 
-// The intermediate as it is now: nothing when absent, else its cached reading while the file
-// keeps its identity.
-const LoadedIntermediate* current_intermediate(const Intermediate& i, LoadedIntermediate& cache) {
+// The intermediate as it is now: nothing when absent, else its reading, kept while good and while
+// the file keeps its identity.
+const LoadedIntermediate* current_intermediate(const Intermediate& i, LoadedIntermediate& held) {
     if (access(i.path, F_OK) != 0) {
         return nullptr;
     }
     struct stat st {};
-    if (stat(i.path, &st) != 0) {
-        cache = load_intermediate(i);
-        return &cache;
+    std::optional<FileStamp> stamp;
+    if (stat(i.path, &st) == 0) {
+        stamp = FileStamp{st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
     }
-    const FileStamp stamp{st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
-    if (!cache.cached || !(cache.stamp == stamp)) {
-        cache = load_intermediate(i);
-        cache.cached = cache.status != ST_CERT_UNREADABLE;
-        cache.stamp = stamp;
+    if (!stamp || !held.stamp || !(*held.stamp == *stamp) || held.damage != Damage::none) {
+        held = load_intermediate(i);
+        held.stamp = held.damage == Damage::none ? stamp : std::nullopt;
     }
-    return &cache;
+    return &held;
 }
 
 constexpr std::size_t intermediate_count = std::size(intermediates);
 using Joined = std::array<const LoadedIntermediate*, intermediate_count>;
 
-// A store built for one anchor and the intermediates that joined it, kept for the run: building
-// it (loading the anchor file and the library's default locations) costs more than a
-// verification. It is built again when the intermediates present change.
+// A store built for one anchor and the intermediates that joined it.
 struct AnchorStore {
     const char* anchor = nullptr;
     X509StorePtr store;
@@ -171,38 +160,43 @@ struct AnchorStore {
     std::array<X509Ptr, intermediate_count> added;
 };
 
-struct ChainCache {
-    std::array<LoadedIntermediate, intermediate_count> intermediates;
-    std::array<AnchorStore, 2> stores;
-};
-
-ChainCache& chain_cache() {
-    static ChainCache cache;
-    return cache;
-}
-
 // A store ready for one verification, and which joining intermediates it refused.
 struct ChosenStore {
     X509_STORE* store = nullptr;
     std::array<bool, intermediate_count> refused{};
 };
 
-// The store for anchor with the joining intermediates added. A failed build prints its message and
-// is not kept; an intermediate the store refuses is reported when the verification reaches it.
-Result<ChosenStore> store_for(const char* anchor, const Joined& joined) {
+// The certificates of the intermediates that join a store: present, read and with their own name.
+std::array<const X509*, intermediate_count> joining(const Joined& joined) {
     std::array<const X509*, intermediate_count> wanted{};
     for (std::size_t k = 0; k < intermediate_count; ++k) {
         if (joined[k] != nullptr && joined[k]->joins) {
             wanted[k] = joined[k]->cert.get();
         }
     }
-    AnchorStore& slot = chain_cache().stores[std::strcmp(anchor, paths::anchor_bundle) == 0 ? 0 : 1];
-    bool same = slot.store && slot.anchor == anchor;
-    for (std::size_t k = 0; same && k < intermediate_count; ++k) {
-        same = slot.added[k].get() == wanted[k];
+    return wanted;
+}
+
+// Whether slot already holds the store for anchor with exactly these intermediates.
+bool holds(const AnchorStore& slot, const char* anchor,
+           const std::array<const X509*, intermediate_count>& wanted) {
+    if (!slot.store || slot.anchor != anchor) {
+        return false;
     }
+    for (std::size_t k = 0; k < intermediate_count; ++k) {
+        if (slot.added[k].get() != wanted[k]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The store for anchor with the joining intermediates added. A failed build prints its message and
+// is not kept; an intermediate the store refuses is reported when the verification reaches it.
+Result<ChosenStore> store_for(AnchorStore& slot, const char* anchor, const Joined& joined) {
+    const std::array<const X509*, intermediate_count> wanted = joining(joined);
     ChosenStore chosen;
-    if (same) {
+    if (holds(slot, anchor, wanted)) {
         chosen.store = slot.store.get();
         return chosen;
     }
@@ -233,6 +227,23 @@ Result<ChosenStore> store_for(const char* anchor, const Joined& joined) {
     return chosen;
 }
 
+// The message and status of a damaged intermediate; ST_OK for a good one.
+ExitStatus report_damage(Damage damage) {
+    switch (damage) {
+        case Damage::none:
+            return ST_OK;
+        case Damage::unopenable:
+            std::puts("FATAL: Failed to open certificate file.");
+            return ST_CERT_UNREADABLE;
+        case Damage::no_certificate:
+            return ST_CERT_INVALID;
+        case Damage::no_common_name:
+            std::puts("No common name found in certificate file.");
+            return ST_FAILURE;
+    }
+    return ST_FAILURE;
+}
+
 // A damaged intermediate fails every verification while it is present, so that a broken store
 // is noticed (and swept) rather than silently trusted less.
 ExitStatus report_intermediates(const Joined& joined,
@@ -243,11 +254,9 @@ ExitStatus report_intermediates(const Joined& joined,
         if (i == nullptr) {
             continue;
         }
-        if (i->message != nullptr) {
-            std::puts(i->message);
-        }
-        if (i->status != ST_OK) {
-            status = i->status;
+        const ExitStatus damaged = report_damage(i->damage);
+        if (damaged != ST_OK) {
+            status = damaged;
         } else if (refused[k]) {
             std::puts("FATAL: OpenSSL failure: X509_STORE_add_cert.");
             status = ST_FAILURE;
@@ -301,41 +310,44 @@ Result<X509Ptr> cert_read_file(const char* path, OpenAs who) {
     return cert;
 }
 
-const char* cert_verify_ca_file(const X509* cert) {
-    return anchor_file(anchor_choice(cert));
-}
+struct ChainStore::State {
+    std::array<LoadedIntermediate, intermediate_count> intermediates;
+    AnchorStore bundle;
+    AnchorStore rki;
+};
 
-Result<X509Ptr> cert_verify(const char* path, OpenAs who) {
+ChainStore::ChainStore() : state_(std::make_unique<State>()) {}
+ChainStore::~ChainStore() = default;
+ChainStore::ChainStore(ChainStore&&) noexcept = default;
+ChainStore& ChainStore::operator=(ChainStore&&) noexcept = default;
+
+ChainVerdict ChainStore::verify(const char* path, OpenAs who, Anchor run_anchor) {
     Result<X509Ptr> file = cert_read_file(path, who);
     const AnchorChoice choice = anchor_choice(file.ok() ? file->get() : nullptr);
-    // Once a production-signing certificate from "KeySigning" is met, the bundle is the anchor
-    // for the rest of the run, the KBPK requests' trust-anchor flag included.
-    if (choice == AnchorChoice::bundle_for_the_run) {
-        orvin_rki_ca = 0;
-    }
-    const char* anchor = anchor_file(choice);
-    ChainCache& cache = chain_cache();
+    const char* anchor = anchor_file(choice, run_anchor);
+    ChainVerdict verdict{ST_FAILURE, anchor, choice == AnchorChoice::bundle_for_the_run};
     Joined joined{};
     for (std::size_t k = 0; k < intermediate_count; ++k) {
-        joined[k] = current_intermediate(intermediates[k], cache.intermediates[k]);
+        joined[k] = current_intermediate(intermediates[k], state_->intermediates[k]);
     }
-    const Result<ChosenStore> chosen = store_for(anchor, joined);
+    AnchorStore& slot =
+        std::strcmp(anchor, paths::anchor_bundle) == 0 ? state_->bundle : state_->rki;
+    const Result<ChosenStore> chosen = store_for(slot, anchor, joined);
     if (!chosen.ok()) {
-        return chosen.status();
+        verdict.cert = chosen.status();
+        return verdict;
     }
     if (file.status() == ST_CERT_UNREADABLE) {
         print_open_failure();
-        return file.status();
     }
-    if (file.status() != ST_OK) {
-        return file.status();
+    if (!file.ok()) {
+        verdict.cert = file.status();
+        return verdict;
     }
     const ExitStatus status =
         verify_chain(chosen->store, file->get(), report_intermediates(joined, chosen->refused));
-    if (status != ST_OK) {
-        return status;
-    }
-    return file;
+    verdict.cert = status == ST_OK ? std::move(file) : Result<X509Ptr>(status);
+    return verdict;
 }
 
 Result<X509Ptr> cert_read_reported(const char* path, OpenAs who) {

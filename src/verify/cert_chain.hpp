@@ -1,6 +1,7 @@
 // Certificate trust chains, and reading the common name that gives a certificate its role.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include <openssl/x509.h>
@@ -10,19 +11,47 @@
 #include "base/ossl.hpp"
 #include "base/result.hpp"
 #include "base/status.hpp"
+#include "base/trust_anchor.hpp"
 
 // One PEM certificate, the first of the file, or 2 when the file cannot be opened, 3 when it
 // holds no PEM certificate. Prints nothing.
 [[nodiscard]] Result<X509Ptr> cert_read_file(const char* path, OpenAs who = OpenAs::root);
 
-// The trust-anchor file for cert (the default one for a null cert). Changes nothing: cert_verify
-// is where meeting a "prod-sign" certificate from "KeySigning" clears orvin_rki_ca.
-[[nodiscard]] const char* cert_verify_ca_file(const X509* cert);
+// What a chain verification found, whatever its outcome.
+struct ChainVerdict {
+    // The very certificate that passed, so a caller installs what was checked (D6); or 2 (cannot
+    // be opened), 3 (no certificate, or the chain fails), 9 (library failure), or the status of a
+    // damaged stored intermediate.
+    Result<X509Ptr> cert;
+    // The anchor file the chain was checked against.
+    const char* anchor;
+    // The file holds a production-signing certificate issued by "KeySigning" (verified or not).
+    bool prod_sign_from_key_signing;
+};
 
-// Verifies the chain of the certificate in path and gives the very certificate that passed, so a
-// caller installs what was checked (D6); or 2 (cannot be opened), 3 (no certificate, or the chain
-// fails), 9 (library failure), or the status of a damaged stored intermediate.
-[[nodiscard]] Result<X509Ptr> cert_verify(const char* path, OpenAs who);
+// The stores certificate chains are verified in, built by the start-up check and handed to every
+// command that verifies a chain. A store (an anchor file, the library's default locations and the
+// stored intermediates present) is built the first time it is needed and kept while the
+// intermediates stay the same files; building one costs more than a verification.
+class ChainStore {
+public:
+    ChainStore();
+    ~ChainStore();
+    ChainStore(ChainStore&&) noexcept;
+    ChainStore& operator=(ChainStore&&) noexcept;
+    ChainStore(const ChainStore&) = delete;
+    ChainStore& operator=(const ChainStore&) = delete;
+
+    // Verifies the chain of the certificate in path, read with the rights of `who`. It ends in
+    // run_anchor's file, except that the application user's and the tamper service's certificates
+    // and a production-signing one from "KeySigning" always end in the bundle. Each stored
+    // intermediate present joins the chain; a damaged one fails the verification with its message.
+    [[nodiscard]] ChainVerdict verify(const char* path, OpenAs who, Anchor run_anchor);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
 
 // As cert_read_file, the failure said: "FATAL: Failed to open certificate file." with 2, "Failed to
 // read certificate file." with 3.

@@ -14,7 +14,7 @@
 #include "base/status.hpp"
 #include "system/osfs.hpp"
 #include "system/walk.hpp"
-#include "verify/signature.hpp"
+#include "verify/signers.hpp"
 
 namespace {
 
@@ -29,14 +29,12 @@ WalkStep ftw_delete_files(const char* path, const struct stat* /*st*/, int type)
 }  // namespace
 
 ExitStatus file_unlink(const char* path) {
-    OsfsWritable writable;
+    // The callers tell which deletion failed.
+    OsfsWritable writable(UnlockFailure::silent);
     if (!writable.ok()) {
         return ST_FAILURE;
     }
-    const bool deleted = unlink(path) == 0;
-    // The file may have been a candidate signer: the next search must not meet it again.
-    signer_cache_forget();
-    return deleted ? ST_OK : ST_FAILURE;
+    return unlink(path) == 0 ? ST_OK : ST_FAILURE;
 }
 
 ExitStatus file_sig_unlink(const char* path) {
@@ -60,8 +58,8 @@ ExitStatus reject_on_bad_signature(ExitStatus st, const char* path) {
     return st;
 }
 
-Result<Signer> file_verify_or_reject(const char* path) {
-    Result<Signer> signer = file_verify(path);
+Result<Signer> file_verify_or_reject(Signers& signers, const char* path) {
+    Result<Signer> signer = file_verify(signers, path);
     (void)reject_on_bad_signature(signer.status(), path);
     return signer;
 }

@@ -4,7 +4,7 @@
 
 #include "base/result.hpp"
 #include "base/status.hpp"
-#include "verify/signature.hpp"
+#include "verify/signers.hpp"
 
 // Remounts writable, unlinks, remounts read-only. 0 when deleted, 9 otherwise (silent).
 [[nodiscard]] ExitStatus file_unlink(const char* path);
@@ -17,7 +17,7 @@
 [[nodiscard]] ExitStatus reject_on_bad_signature(ExitStatus st, const char* path);
 
 // file_verify for a command that installs: a file whose signature is bad does not stay offered.
-[[nodiscard]] Result<Signer> file_verify_or_reject(const char* path);
+[[nodiscard]] Result<Signer> file_verify_or_reject(Signers& signers, const char* path);
 
 // Deletes every regular file and symbolic link under "/usr/local/"; directories stay.
 void clean_osfs();

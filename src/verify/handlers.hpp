@@ -3,4 +3,4 @@
 
 #include "base/status.hpp"
 
-[[nodiscard]] ExitStatus cmd_authenticate(int argc, char** argv);
+[[nodiscard]] ExitStatus cmd_authenticate();

@@ -1,4 +1,4 @@
-// Verifying a file's detached signature against the terminal's trusted signer certificates.
+// Detached signatures and the digests they sign: reading them and computing them.
 #pragma once
 
 #include <array>
@@ -17,35 +17,6 @@ inline constexpr std::size_t sha256_size = 32;
 
 using Signature = std::array<std::uint8_t, signature_size>;
 using Digest = std::array<std::uint8_t, sha256_size>;
-
-// A signer that verified: its role (the certificate's common name), the signature bytes it was
-// found by and its key. Verification helpers hand it out only inside a Result, so a signer is
-// there exactly when the verdict was ST_OK.
-struct Signer {
-    std::string cn;
-    Signature sig{};
-    EvpPkeyPtr key;
-};
-
-// Checks path + ".sig" against path. ST_OK with the signer's common name, 7 for no trusted signer,
-// 9 for anything else. Both files are read with the rights of `who`: the caller's for files the
-// caller names (D3), root's for the terminal's own files (D27).
-[[nodiscard]] Result<Signer> sig_verify(const char* path, OpenAs who = OpenAs::caller);
-
-// As sig_verify, after "Invalid file: %s\n" and 1 for a path that does not exist.
-[[nodiscard]] Result<Signer> file_verify(const char* path);
-
-// As file_verify, and a file that verified stays held in held: the descriptor it was digested
-// from, with the size and mode it had then. What is installed is copied from there (D6), so
-// nothing the caller does to the name afterwards, such as a swap for a sparse file of exabytes,
-// is ever read.
-[[nodiscard]] Result<Signer> file_verify(const char* path, CallerFile& held);
-
-// As sig_verify, for callers that only need the verdict.
-[[nodiscard]] ExitStatus file_sig_verify(const char* path, OpenAs who = OpenAs::caller);
-
-// As file_sig_verify, for a caller that has already opened path + ".sig" with the rights of `who`.
-[[nodiscard]] ExitStatus file_sig_verify_opened(const char* path, int sig_fd, OpenAs who);
 
 // A streaming SHA-256, for callers that digest bytes while they copy them (D6).
 class Sha256 {
@@ -73,14 +44,10 @@ using BlockCopy = std::function<bool(const std::uint8_t* block, std::size_t leng
 [[nodiscard]] Result<Digest> digest_blocks(int fd, std::uint64_t size, const char* read_failure,
                                            const BlockCopy& copy = nullptr);
 
-// The pieces, for callers that verify bytes they copied themselves (D6).
+// The 256 signature bytes of sig_path, read with the rights of `who`: the caller's for files the
+// caller names (D3), root's for the terminal's own files (D27). 7 after "Cannot access signature
+// file: %s\n" when it cannot be read, 9 when it cannot be opened or is short.
 [[nodiscard]] Result<Signature> sig_read(const std::string& sig_path, OpenAs who = OpenAs::caller);
-[[nodiscard]] Result<Signer> sig_find_signer(const Digest& digest, const Signature& sig);
 
-// Whether the signer already found signed digest with the very signature bytes it was found by,
-// for checking a copy without searching the candidates again (D6, D17).
-[[nodiscard]] bool sig_matches(const Result<Signer>& signer, const Digest& digest);
-
-// The candidate signers are read once per run; a change this run makes to their directories
-// (a deletion, an install) must be announced so the next search reads them again.
-void signer_cache_forget();
+// As sig_read, from sig_path already opened as fd.
+[[nodiscard]] Result<Signature> sig_read_opened(int fd, const std::string& sig_path);

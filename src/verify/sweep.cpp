@@ -15,7 +15,7 @@
 #include "system/walk.hpp"
 #include "verify/delete.hpp"
 #include "verify/handlers.hpp"
-#include "verify/signature.hpp"
+#include "verify/signers.hpp"
 #include "verify/sweep.hpp"
 
 namespace {
@@ -27,12 +27,19 @@ constexpr std::size_t sig_suffix_len = 4;
 // deleted.
 constexpr OpenAs judge = OpenAs::root;
 
+// Deletes a file of the sweep; it may have been a candidate signer, which no later file may meet.
+ExitStatus sweep_unlink(Signers& signers, const std::string& path) {
+    const ExitStatus st = file_unlink(path.c_str());
+    signers.deleted(path);
+    return st;
+}
+
 bool is_signature(const std::string& path) {
     return path.size() >= sig_suffix_len &&
            path.compare(path.size() - sig_suffix_len, sig_suffix_len, ".sig") == 0;
 }
 
-WalkStep sweep_signature(const std::string& path) {
+WalkStep sweep_signature(Signers& signers, const std::string& path) {
     std::printf("%s - signature", path.c_str());
     const std::string data = path.substr(0, path.size() - sig_suffix_len);
     if (caller_access(data.c_str(), F_OK, judge)) {
@@ -40,14 +47,14 @@ WalkStep sweep_signature(const std::string& path) {
         return WalkStep::go_on;
     }
     std::puts(" - orphaned - delete");
-    if (file_unlink(path.c_str()) != ST_OK) {
+    if (sweep_unlink(signers, path) != ST_OK) {
         std::printf("Failed to delete orphaned signature file: %s.\n", path.c_str());
         return WalkStep::stop;
     }
     return WalkStep::go_on;
 }
 
-WalkStep sweep_data(const std::string& path) {
+WalkStep sweep_data(Signers& signers, const std::string& path) {
     std::printf("%s - data/executable", path.c_str());
     const std::string sig = path + ".sig";
     // Opening the signature answers whether it exists on the usual path; only a failed open needs
@@ -55,25 +62,27 @@ WalkStep sweep_data(const std::string& path) {
     UniqueFd sig_fd = caller_open(sig.c_str(), O_RDONLY | O_NONBLOCK, judge);
     if (!sig_fd && !caller_access(sig.c_str(), F_OK, judge)) {
         std::puts(" - missing signature - delete");
-        if (file_unlink(path.c_str()) != ST_OK) {
+        if (sweep_unlink(signers, path) != ST_OK) {
             std::printf("Failed to delete unsigned file: %s.\n", path.c_str());
             return WalkStep::stop;
         }
         return WalkStep::go_on;
     }
-    const ExitStatus verdict = sig_fd ? file_sig_verify_opened(path.c_str(), sig_fd.get(), judge)
-                                      : file_sig_verify(path.c_str(), judge);
+    const Result<Signature> bytes =
+        sig_fd ? sig_read_opened(sig_fd.get(), sig) : sig_read(sig, judge);
     sig_fd.reset();
+    const ExitStatus verdict =
+        bytes.ok() ? data_verify(signers, path.c_str(), *bytes, judge).status() : bytes.status();
     if (verdict == ST_OK) {
         std::puts(" - verified");
         return WalkStep::go_on;
     }
     std::puts(" - invalid signature - delete");
-    if (file_unlink(path.c_str()) != ST_OK) {
+    if (sweep_unlink(signers, path) != ST_OK) {
         std::printf("Failed to delete invalid data/executable: %s.\n", path.c_str());
         return WalkStep::stop;
     }
-    if (file_unlink(sig.c_str()) != ST_OK) {
+    if (sweep_unlink(signers, sig) != ST_OK) {
         std::printf("Failed to delete invalid signature: %s.\n", sig.c_str());
         return WalkStep::stop;
     }
@@ -82,19 +91,19 @@ WalkStep sweep_data(const std::string& path) {
 
 }  // namespace
 
-WalkStep ftw_process_files(const char* path, const struct stat* /*st*/, int type) {
+WalkStep ftw_process_files(Signers& signers, const char* path, int type) {
     if (type != FTW_F) {
         return WalkStep::go_on;
     }
     const std::string p(path);
     if (is_signature(p)) {
-        return sweep_signature(p);
+        return sweep_signature(signers, p);
     }
     // Certificates have no signature; the certificate sweep judges them.
     if (starts_with(p, paths::cert_store)) {
         return WalkStep::go_on;
     }
-    return sweep_data(p);
+    return sweep_data(signers, p);
 }
 
 void ids_task_init() {
@@ -110,8 +119,13 @@ void ids_task_init() {
     (void)write_full(fd.get(), "1", 1);
 }
 
-ExitStatus cmd_authenticate(int /*argc*/, char** /*argv*/) {
-    if (walk_tree(paths::usr_local, ftw_process_files) != ST_OK) {
+ExitStatus cmd_authenticate() {
+    // One search for the whole walk: most files share their signer, whose key is then tried first.
+    Signers signers;
+    const auto step = [&signers](const char* path, const struct stat* /*st*/, int type) {
+        return ftw_process_files(signers, path, type);
+    };
+    if (walk_tree(paths::usr_local, step) != ST_OK) {
         return ST_FAILURE;
     }
     ids_task_init();

@@ -66,7 +66,7 @@ ExitStatus write_result(const ProcRecord& result, std::size_t length) {
 
 }  // namespace
 
-ExitStatus cmd_x509_csr(int, char**) {
+ExitStatus cmd_x509_csr() {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }
@@ -88,7 +88,7 @@ ExitStatus cmd_x509_csr(int, char**) {
     return write_result(result, x509_csr(result.bytes, *terminal, subject, *key_usage));
 }
 
-ExitStatus cmd_x509_generate(int, char**) {
+ExitStatus cmd_x509_generate() {
     if (ExitStatus st = caller_check(CallerRule::root_only); st != ST_OK) {
         return st;
     }

@@ -19,10 +19,6 @@ constexpr const char* not_before = "100101000000Z";
 constexpr const char* not_after = "291231235959Z";
 constexpr int serial_bits = 64;
 
-void openssl_failure() {
-    std::puts("FATAL: OpenSSL failure.");
-}
-
 // The field's string as the library makes it from ASCII text (D18): it picks the type the field
 // allows for these characters (PrintableString for a country, IA5String for an address, UTF-8
 // text otherwise, a byte of 0x80 or more included) and refuses characters the field cannot

@@ -20,6 +20,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             FUZZ_CHECK(std::toupper(data[2 * i + 1]) == digits[b & 0x0F]);
         }
     }
-    (void)terminal_key_is_tr31(line);
+
+    // The terminal key's two forms cannot be mistaken for each other: hexadecimal text never
+    // holds the TR-31 header's letters, and any text put into that header's place is TR-31.
+    const bool hex = line.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    FUZZ_CHECK(!hex || !terminal_key_is_tr31(line));
+    const std::string padded = line + std::string(5, '0');
+    const std::string block = "B" + padded.substr(0, 4) + "K0RS00E" + padded.substr(4);
+    FUZZ_CHECK(terminal_key_is_tr31(block));
+    for (const char other : {'b', 'A', 'C', '0', '\0'}) {
+        FUZZ_CHECK(!terminal_key_is_tr31(std::string(1, other) + block.substr(1)));
+    }
+    FUZZ_CHECK(!terminal_key_is_tr31(block.substr(0, 11)));
     return 0;
 }

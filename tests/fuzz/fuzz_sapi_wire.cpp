@@ -13,14 +13,19 @@ bool same_bytes(Bytes a, Bytes b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end());
 }
 
+// The payload length as the device reads it: four bytes, least significant first, written out
+// here by place value rather than through the codec under test.
+std::size_t length_field(const std::vector<std::uint8_t>& bytes) {
+    return bytes[4] + bytes[5] * 0x100UL + bytes[6] * 0x10000UL + bytes[7] * 0x1000000UL;
+}
+
 // The header the device reads: command, tag, acquirer, reserved, then the payload length.
 void check_encoding(const SapiRequest& request) {
     const std::vector<std::uint8_t> bytes = sapi_encode(request);
     FUZZ_CHECK(bytes.size() == sapi::header_size + request.payload.size());
     FUZZ_CHECK(bytes[0] == static_cast<std::uint8_t>(request.command));
     FUZZ_CHECK(bytes[1] == sapi::tag && bytes[2] == request.acquirer);
-    FUZZ_CHECK(get_le32(std::span<const std::uint8_t, 4>(bytes.data() + 4, 4)) ==
-               request.payload.size());
+    FUZZ_CHECK(bytes[3] == 0 && length_field(bytes) == request.payload.size());
     FUZZ_CHECK(same_bytes(request.payload, Bytes(bytes).subspan(sapi::header_size)));
 }
 
@@ -75,10 +80,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         check_encoding(*request);
     }
     if (size >= sapi::kbpk_file_size) {
+        // The stored flags word as the request must carry it: bit 14 added unless the RKI anchor
+        // is the run's.
+        const auto flags = static_cast<std::uint16_t>(data[0] | (data[1] << 8));
+        const int rki_ca = data[1] & 1;
         const SapiRequest request = sapi_kbpk_install_file(
-            acquirer, get_le16(std::span<const std::uint8_t, 2>(data, 2)), data[1] & 1,
+            acquirer, flags, rki_ca,
             std::span<const std::uint8_t, sapi::kbpk_file_size>(data, sapi::kbpk_file_size));
         FUZZ_CHECK(request.payload.size() == sapi::kbpk_flags_size + sapi::kbpk_file_size);
+        const unsigned sent = request.payload[0] | (request.payload[1] << 8);
+        FUZZ_CHECK(sent == (flags | (rki_ca == 0 ? 0x4000U : 0U)));
+        FUZZ_CHECK(same_bytes(Bytes(request.payload).subspan(sapi::kbpk_flags_size),
+                              Bytes(data, sapi::kbpk_file_size)));
         check_encoding(request);
     }
     return 0;

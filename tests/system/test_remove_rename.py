@@ -144,3 +144,19 @@ def test_directory_of_the_path_flipped_after_it_is_held_changes_nothing_outside(
     assert os.readlink(t.path("/etc/lnk", follow=False)) == "/usr/local/app/lnk"
     assert t.read("/etc/lnk.sig") == b"root's" and sorted(os.listdir(t.path("/etc"))) == etc
     assert r.status != 0 and t.read("/usr/local/app/lnk") == b"data" and t.usr_local_readonly()
+
+
+@pytest.mark.parametrize("args", [
+    ["--remove", "/usr/local/app/roots"],
+    ["--rename", "/usr/local/app/roots", "/usr/local/app/other"],
+    ["--install", "/tmp/tool", "/usr/local/acme/"],
+])
+def test_failed_unlock_is_told_once_and_changes_nothing(installed, args):
+    installed.write("/tmp/tool", b"tool\n")
+    installed.sign("/tmp/tool", "acme")
+    installed.break_remount()
+    before = sorted(os.listdir(installed.path("/usr/local/app")))
+    assert run_cmd(installed, args) == (9, b"FATAL: Internal filesystem call failed.")
+    assert sorted(os.listdir(installed.path("/usr/local/app"))) == before
+    assert not installed.exists("/usr/local/acme")
+    assert installed.exists("/tmp/tool") and installed.exists("/tmp/tool.sig")

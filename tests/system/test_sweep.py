@@ -71,6 +71,71 @@ def test_failed_remount_stops_the_sweep(term):
     assert term.read("/sys/kernel/security/ids/task_init") == b""
 
 
+@pytest.mark.parametrize("extra", [(), ("ec-signer",)])
+def test_d24_sweep_verdicts_do_not_depend_on_the_previous_signer(term, extra):
+    """The sweep tries the key that verified the previous file first: each file must still be judged
+    by its own signature, whoever signed the files around it. An EC key among the candidates makes
+    the whole sweep search in order, with the same verdicts."""
+    provision(term, "acme", "HSM-PCI-PIN", *extra)
+    signers = ["acme", "acme", "OperatingSystem", "HSM-PCI-PIN", "acme", "prod-sign"]
+    verdicts = {}
+    for i, role in enumerate(signers * 2):
+        # One directory, so that changed files lie between verified ones in the walk.
+        path = f"/usr/local/share/mix/f{i:02d}"
+        signed_file(term, path, role, data=b"file %d\n" % i)
+        # Every third file changes after it was signed: the signer of the file before it must not
+        # vouch for it.
+        if i % 3 == 2:
+            term.write(path, b"changed %d\n" % i)
+        verdicts[path] = i % 3 != 2
+    r = run_cmd(term, ["--authenticate"])
+    assert r.status == 0
+    for path, good in verdicts.items():
+        line = path.encode() + b" - data/executable"
+        if good:
+            assert line + b" - verified\n" in r.stdout, path
+            assert term.exists(path) and term.exists(path + ".sig"), path
+        else:
+            assert line + b"Signature check failed.\n - invalid signature - delete\n" in r.stdout
+            assert not term.exists(path) and not term.exists(path + ".sig"), path
+    assert r.stdout.count(b" - verified\n") == sum(verdicts.values())
+
+
+def _lists_newest_first(term):
+    """Whether a directory of the terminal lists its entries newest first (else oldest first)."""
+    for name in ("a", "b"):
+        term.mkdir("/usr/local/probe/" + name)
+    names = os.listdir(term.path("/usr/local/probe"))
+    term.remove("/usr/local/probe")
+    return names == ["b", "a"]
+
+
+def test_sweep_forgets_a_candidate_signer_it_deleted(term):
+    """A link to the certificate store is walked as a data directory: its certificates have no
+    signatures and are deleted through it. From then on no search may find the deleted signer,
+    even the one that verified the file before."""
+    provision(term, "acme")
+    steps = [
+        lambda: signed_file(term, "/usr/local/share/aa/first", "acme"),
+        lambda: term.symlink("/usr/local/share/certs", "/usr/local/share/lnk"),
+        lambda: signed_file(term, "/usr/local/share/zz/after", "acme"),
+        # The store itself is walked last, so that it is entered through the link.
+        lambda: (term.remove("/usr/local/share/certs"), provision(term, "acme")),
+    ]
+    for step in reversed(steps) if _lists_newest_first(term) else steps:
+        step()
+    r = run_cmd(term, ["--authenticate"])
+    assert r.status == 0
+    deleted = [b"/usr/local/share/lnk/%s.crt - data/executable - missing signature - delete\n" % n
+               for n in (b"acme", b"prod-sign")]
+    first = r.stdout.index(b"/usr/local/share/aa/first - data/executable - verified\n")
+    after = r.stdout.index(b"/usr/local/share/zz/after - data/executableSignature check failed.\n"
+                           b" - invalid signature - delete\n")
+    assert all(first < r.stdout.index(line) < after for line in deleted)
+    assert not term.exists("/usr/local/share/certs/acme.crt")
+    assert term.exists("/usr/local/share/aa/first") and not term.exists("/usr/local/share/zz/after")
+
+
 # D23: neither walk that deletes what it finds (the sweep, and the emptying of "/usr/local/" after a
 # failed start-up check) goes out of the tree through a link, and such a link is left as it is;
 # the program and the trust anchors lie behind a link to "/usr".
