@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <optional>
+#include <utility>
 
 #include "base/caller.hpp"
 #include "base/fd.hpp"
@@ -28,29 +30,20 @@ std::size_t registry_record_size(RegistryKind kind) {
     return kind == RegistryKind::paired ? 2 * digest : digest;
 }
 
-RegistryOutcome registry_scan(std::span<const std::uint8_t> contents, std::size_t size,
-                              RegistryKind kind, const sapi::KeyDigest& key_digest,
+RegistryOutcome registry_scan(std::span<const std::uint8_t> contents, RegistryKind kind,
+                              const sapi::KeyDigest& key_digest,
                               const sapi::KeyDigest& second_digest) {
-    std::size_t remaining = size;
     std::size_t pos = 0;
-    while (remaining >= digest) {
-        if (pos + digest > contents.size()) {
-            return RegistryOutcome::read_failed;
-        }
+    while (contents.size() - pos >= digest) {
         const std::size_t key_pos = pos;
         pos += digest;
-        remaining -= digest;
         std::size_t second_pos = 0;
         if (kind == RegistryKind::paired) {
-            if (remaining < digest) {
+            if (contents.size() - pos < digest) {
                 return RegistryOutcome::bad_length;
-            }
-            if (pos + digest > contents.size()) {
-                return RegistryOutcome::read_failed;
             }
             second_pos = pos;
             pos += digest;
-            remaining -= digest;
         }
         if (equal_at(contents, key_pos, key_digest)) {
             if (kind == RegistryKind::single || !equal_at(contents, second_pos, second_digest)) {
@@ -92,22 +85,20 @@ Result<Registry> registry_load(const RegistryFiles& files) {
         std::puts("FATAL: Failed to open the cryptographic key hash file.");
         return ST_FAILURE;
     }
-    registry.contents.resize(static_cast<std::size_t>(st.st_size));
-    if (read_full(fd.get(), registry.contents.data(), registry.contents.size()) !=
-        registry.contents.size()) {
+    // Read whole, at its 64-bit size: a registry cut short in reading would let a key through.
+    std::optional<std::vector<std::uint8_t>> contents = read_whole(fd.get(), st.st_size);
+    if (!contents) {
         std::puts("FATAL: Failed to open the cryptographic key hash file.");
         return ST_FAILURE;
     }
+    registry.contents = std::move(*contents);
     return registry;
 }
 
 ExitStatus sha256_hash_check(const Registry& registry, const sapi::KeyDigest& key_digest,
                              const sapi::KeyDigest& second_digest) {
     const std::vector<std::uint8_t>& contents = registry.contents;
-    switch (registry_scan(contents, contents.size(), registry.kind, key_digest, second_digest)) {
-        case RegistryOutcome::read_failed:
-            std::puts("Failed to read from the cryptographic key hash file.");
-            return ST_FAILURE;
+    switch (registry_scan(contents, registry.kind, key_digest, second_digest)) {
         case RegistryOutcome::bad_length:
             std::puts("Invalid cryptographic key hash file length.");
             return ST_FAILURE;

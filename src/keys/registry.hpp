@@ -18,17 +18,15 @@ enum class RegistryOutcome {
     append,       // no record matched: the key is new
     reinstall,    // same key digest and same second digest (paired only)
     duplicate,    // the key value is registered
-    read_failed,  // the file held fewer bytes than its size promised
     bad_length,   // the paired scan reached a last part record of 32 to 63 bytes
 };
 
 [[nodiscard]] std::size_t registry_record_size(RegistryKind kind);
 
-// Scans records from the start. size is the file's size as lstat gave it; contents are the bytes
-// actually read, which may be fewer. Trailing part records that the scan never needs are ignored.
+// Scans the records of a registry read whole, from the start. Trailing part records that the scan
+// never needs are ignored.
 [[nodiscard]] RegistryOutcome registry_scan(std::span<const std::uint8_t> contents,
-                                            std::size_t size, RegistryKind kind,
-                                            const sapi::KeyDigest& key_digest,
+                                            RegistryKind kind, const sapi::KeyDigest& key_digest,
                                             const sapi::KeyDigest& second_digest);
 
 // The bytes appended for a new key.
