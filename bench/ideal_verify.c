@@ -1,11 +1,13 @@
-/* The anchor of the signature sweep: the same job done as directly as OpenSSL 3 allows.
+/* The anchors of the signature sweep: the same job done as directly as OpenSSL 3 allows.
  *
- *   ideal_verify <tree> <skip prefix> <certificate>...
+ *   ideal_verify <tree> <skip prefix> <certificate>[=<path prefix>]...
  *
- * Parses every candidate certificate's public key once, in the order given, then walks <tree>:
- * for each regular file that is neither a ".sig" nor under <skip prefix>, reads its 256-byte
- * signature and the file itself once, hashes it once with SHA-256 and tries the keys in order
- * until the first match. Prints one line per file and exits 0 only if every file verified. */
+ * Parses every certificate's public key once, in the order given, then walks <tree>: for each
+ * regular file that is neither a ".sig" nor under <skip prefix>, reads its 256-byte signature and
+ * the file itself once and hashes it once with SHA-256. A file whose path starts with a
+ * certificate's <path prefix> is verified with that key alone: exactly one RSA verification, the
+ * limit of any search. Any other file tries the keys in order until the first match. Prints one
+ * line per file and exits 0 only if every file verified. */
 #define _XOPEN_SOURCE 700
 #include <fcntl.h>
 #include <ftw.h>
@@ -22,6 +24,7 @@
 enum { SIG_SIZE = 256, MAX_KEYS = 256, BLOCK = 256 * 1024 };
 
 static EVP_PKEY_CTX *verifiers[MAX_KEYS];
+static const char *prefixes[MAX_KEYS];
 static int key_count;
 static const char *skip_prefix;
 static unsigned char block[BLOCK];
@@ -54,6 +57,13 @@ static int digest_file(const char *path, unsigned char *md) {
     return ok;
 }
 
+/* The one key known to have signed path, or -1 when the keys are to be tried in order. */
+static int known_key(const char *path) {
+    for (int k = 0; k < key_count; k++)
+        if (prefixes[k] != NULL && strncmp(path, prefixes[k], strlen(prefixes[k])) == 0) return k;
+    return -1;
+}
+
 static int step(const char *path, const struct stat *st, int type, struct FTW *ftw) {
     (void)st;
     (void)ftw;
@@ -65,8 +75,9 @@ static int step(const char *path, const struct stat *st, int type, struct FTW *f
     unsigned char sig[SIG_SIZE], md[32];
     snprintf(sig_path, sizeof sig_path, "%s.sig", path);
     int match = -1;
+    const int known = known_key(path);
     if (read_exact(sig_path, sig, sizeof sig) && digest_file(path, md)) {
-        for (int k = 0; k < key_count && match < 0; k++) {
+        for (int k = known < 0 ? 0 : known; k < (known < 0 ? key_count : known + 1) && match < 0; k++) {
             if (verifiers[k] != NULL && EVP_PKEY_verify(verifiers[k], sig, sizeof sig, md, sizeof md) == 1)
                 match = k;
             ERR_clear_error();
@@ -80,11 +91,16 @@ static int step(const char *path, const struct stat *st, int type, struct FTW *f
 
 int main(int argc, char **argv) {
     if (argc < 4 || argc - 3 > MAX_KEYS) {
-        fprintf(stderr, "usage: ideal_verify <tree> <skip prefix> <certificate>...\n");
+        fprintf(stderr, "usage: ideal_verify <tree> <skip prefix> <certificate>[=<path prefix>]...\n");
         return 2;
     }
     skip_prefix = argv[2];
     for (int i = 3; i < argc; i++) {
+        char *eq = strchr(argv[i], '=');
+        if (eq != NULL) {
+            *eq = '\0';
+            prefixes[key_count] = eq + 1;
+        }
         FILE *f = fopen(argv[i], "re");
         X509 *cert = f ? PEM_read_X509(f, NULL, NULL, NULL) : NULL;
         if (f) fclose(f);
