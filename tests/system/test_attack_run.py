@@ -210,21 +210,6 @@ def test_input_swapped_for_what_is_not_a_regular_file_is_refused_at_once(acme, a
 
 
 @traced
-def test_source_swapped_for_a_fifo_after_its_check_is_refused_at_once(acme):
-    # D3: the source is judged by lstat, then opened; a FIFO that nobody writes, swapped in
-    # between, must not keep the run in its open.
-    signed_file(acme, "/tmp/x", "acme", uid=500, gid=500)
-    with acme.traced(["--install", "/tmp/x", "/usr/local/acme/"], ("openat", "/tmp/x"),
-                     uid=500) as run:
-        run.wait_stopped()
-        os.unlink(acme.path("/tmp/x"))
-        os.mkfifo(acme.path("/tmp/x"), 0o666)
-        r = run.resume(timeout=10)
-    assert (r.status, r.stdout[-42:]) == (9, b"FATAL: Failed to open the file to verify.\n")
-    assert acme.usr_local_readonly() and not acme.exists("/usr/local/acme/x")
-
-
-@traced
 def test_image_swapped_for_another_size_after_its_checks_is_never_flashed(acme):
     # D17: the size and the signature are judged on the copy that is flashed. The caller swaps
     # in an image of the same signer but of another size once the offered one has passed every
