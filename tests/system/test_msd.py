@@ -53,9 +53,3 @@ def test_other_callers_are_refused_before_any_tool_runs(term, option, uid):
     assert run_cmd(term, [option], uid=uid) == (6, b"Access denied.\n")
     assert tool_runs(term) == []
 
-
-def test_what_was_printed_comes_before_a_tools_output(term):
-    # fsck writes to our standard output: the banner already buffered must be out first. echo
-    # stands in for it ("-n": no line end).
-    term.install_program("/bin/echo", FSCK, 0o755)
-    assert run_cmd(term, ["--mount-msd"]) == (0, IMAGE)
