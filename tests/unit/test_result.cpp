@@ -2,8 +2,8 @@
 // stops the program instead of handing out something nobody produced.
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
+#include <utility>
 
 #include "base/result.hpp"
 
@@ -31,19 +31,6 @@ TEST(ResultDeathTest, ValueOfAFailureAborts) {
 TEST(ResultDeathTest, FailureCannotBeMadeFromSuccess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH((void)Result<int>(ST_OK), "");
-}
-
-TEST(Result, SuccessHoldsItsValueAndMoveOnlyTypesWork) {
-    const Result<std::string> ok = make(ST_OK);
-    ASSERT_TRUE(ok.ok());
-    EXPECT_EQ(ok.status(), ST_OK);
-    EXPECT_EQ(*ok, "verified");
-    Result<std::unique_ptr<int>> owned(std::make_unique<int>(7));
-    const std::unique_ptr<int> taken = std::move(owned).value();
-    EXPECT_EQ(*taken, 7);
-    const Result<std::unique_ptr<int>> failed(ST_FAILURE);
-    EXPECT_FALSE(failed.ok());
-    EXPECT_EQ(failed.status(), ST_FAILURE);
 }
 
 }  // namespace
