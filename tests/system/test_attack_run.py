@@ -493,6 +493,8 @@ def sanitized(term):
         return "ORVIN_SANITIZE:BOOL=ON" in f.read()
 
 
+@not_emulated("the address space is the emulator's: it reserves the program's before the program "
+              "starts, so a limit just above its own need stops the emulator, not the program")
 def test_address_space_just_above_what_the_loader_needs_never_aborts_the_program(acme):
     # D4: the limits are lifted before anything of the program or its libraries is initialised,
     # so with any address-space limit the loader gets past, the program prints and ends as it
