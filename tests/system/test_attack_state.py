@@ -234,7 +234,8 @@ def test_private_directory_is_fresh_root_only_and_not_foreseeable(make_term):
     right = os.urandom(SCREEN)
     signed_file(term, "/tmp/img", "main-user", data=right, uid=CALLER, gid=CALLER)
     args, private = ["--install-image", "/tmp/img"], term.path("/tmp") + "/orvin-auth.*"
-    with term.traced(args, ("fork",), uid=CALLER) as run:
+    # Held as the copy's staging asks for the directory again, before anything is put in it.
+    with term.traced(args, ("mkdir", "/tmp/orvin-auth.*", 2), uid=CALLER) as run:
         run.wait_stopped()
         (seen,) = glob.glob(private)
         st = os.lstat(seen)
