@@ -521,3 +521,37 @@ def test_address_space_just_above_what_the_loader_needs_never_aborts_the_program
             r = run(limit, hard)
             if r is not None:
                 assert r.status in (1, 9, 127) and b"terminate called" not in r.stderr, (limit, r)
+
+
+def lock_is_held(term):
+    with open(term.path("/home/orvin/.run-lock"), "rb") as lock:
+        try:
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            return True
+        fcntl.flock(lock, fcntl.LOCK_UN)
+        return False
+
+
+@traced
+@pytest.mark.parametrize("args,uid,at", [
+    (["--authenticate"], 0, ("openat", "/usr/local/app/x.sig")),           # a walk of /usr/local
+    (["--make-factory"], 500, ("openat", "/sys/kernel/flags/make_factory")),
+    (["--umount-msd"], 500, ("fork",)),                                    # a platform tool
+    (["--x509-csr"], 0, ("openat", "/proc/sapi")),
+    (["--remove-kbpk", "5"], 500, ("openat", "/dev/sapi0")),
+    (["--verify-kbpk-pci-pin", "5"], 500, ("openat", "/home/orvin/.sapi/.*")),
+], ids=lambda v: v[0] if isinstance(v, list) else None)
+def test_first_step_on_what_runs_share_is_taken_under_the_lock(term, args, uid, at):
+    # D22: the lock is given back after the start-up check; each mechanism that works on what
+    # runs share takes it again itself. Each row's command meets a different one first.
+    term.write("/usr/local/app/x", b"x")
+    term.write("/usr/local/app/x.sig", b"s" * 256)
+    term.mkdir("/home/orvin/.sapi", 0o700)
+    term.write("/home/orvin/.sapi/.KBPK0005", bytes(32), 0o600)
+    term.write("/home/orvin/.sapi/.FLAG0005", b"8000", 0o600)
+    with term.traced(args, at, uid=uid) as run:
+        run.wait_stopped()
+        held = lock_is_held(term)
+        run.resume()
+    assert held, "the run works on shared state without the lock"
