@@ -26,10 +26,6 @@ bool equal_at(std::span<const std::uint8_t> contents, std::size_t pos, const sap
 
 }  // namespace
 
-std::size_t registry_record_size(RegistryKind kind) {
-    return kind == RegistryKind::paired ? 2 * digest : digest;
-}
-
 RegistryOutcome registry_scan(std::span<const std::uint8_t> contents, RegistryKind kind,
                               const sapi::KeyDigest& key_digest,
                               const sapi::KeyDigest& second_digest) {

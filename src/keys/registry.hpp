@@ -21,8 +21,6 @@ enum class RegistryOutcome {
     bad_length,   // the paired scan reached a last part record of 32 to 63 bytes
 };
 
-[[nodiscard]] std::size_t registry_record_size(RegistryKind kind);
-
 // Scans the records of a registry read whole, from the start. Trailing part records that the scan
 // never needs are ignored.
 [[nodiscard]] RegistryOutcome registry_scan(std::span<const std::uint8_t> contents,
